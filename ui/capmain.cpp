@@ -370,14 +370,16 @@ void CapMainDialog::help() {
     const char separator = system.folder_separator();
     // The manual lives beside the program's folder: drop the file name, then go up one
     // folder if there is one to go up to.
-    std::string path = system.module_file_name();
+    const std::string program = system.module_file_name();
+    std::size_t end = program.size();
     for (int cut = 0; cut < 2; ++cut) {
-        const auto at = path.rfind(separator);
+        const auto at = end == 0 ? std::string::npos : program.rfind(separator, end - 1);
         if (at == std::string::npos) {
             break;
         }
-        path.erase(at);
+        end = at;
     }
+    std::string path(program, 0, end);
     path += separator;
     path += "Manual";
     path += separator;

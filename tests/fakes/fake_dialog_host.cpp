@@ -115,8 +115,17 @@ void FakeDialogHost::end_dialog(WindowHandle dialog, LResult code) {
     win(dialog)->end_code = code;
 }
 
+bool FakeDialogHost::in_template(WindowHandle dialog, int id) {
+    const Window* d = win(dialog);
+    if (!control_exists || !d->is_dialog || control_exists(d->id, id)) {
+        return true;
+    }
+    template_misses.push_back(std::to_string(d->id) + ":" + std::to_string(id));
+    return false;
+}
+
 WindowHandle FakeDialogHost::get_dlg_item(WindowHandle dialog, int id) {
-    if (win(dialog)->missing_controls.count(id)) {
+    if (win(dialog)->missing_controls.count(id) || !in_template(dialog, id)) {
         return nullptr;
     }
     return handle(&control(dialog, id));
@@ -203,17 +212,20 @@ void FakeDialogHost::enable_window(WindowHandle window, bool enable) {
 }
 
 void FakeDialogHost::set_dlg_item_text(WindowHandle dialog, int id, const std::string& text) {
+    in_template(dialog, id);
     record("set_dlg_item_text(" + std::to_string(id) + "," + text + ")");
     control(dialog, id).text = text;
 }
 
 std::string FakeDialogHost::get_dlg_item_text(WindowHandle dialog, int id, int max_chars) {
+    in_template(dialog, id);
     const std::string& t = control(dialog, id).text;
     return t.substr(0, static_cast<std::size_t>(std::max(0, max_chars - 1)));
 }
 
 void FakeDialogHost::set_dlg_item_int(WindowHandle dialog, int id, std::uint32_t value,
                                       bool is_signed) {
+    in_template(dialog, id);
     const std::string text =
         is_signed ? std::to_string(static_cast<std::int32_t>(value)) : std::to_string(value);
     record("set_dlg_item_int(" + std::to_string(id) + "," + text + ")");
@@ -221,6 +233,7 @@ void FakeDialogHost::set_dlg_item_int(WindowHandle dialog, int id, std::uint32_t
 }
 
 std::uint32_t FakeDialogHost::get_dlg_item_int(WindowHandle dialog, int id, bool is_signed) {
+    in_template(dialog, id);
     const std::string& t = control(dialog, id).text;
     const char* first = t.data();
     const char* last = t.data() + t.size();
@@ -235,16 +248,20 @@ std::uint32_t FakeDialogHost::get_dlg_item_int(WindowHandle dialog, int id, bool
 }
 
 void FakeDialogHost::check_dlg_button(WindowHandle dialog, int id, bool checked) {
+    in_template(dialog, id);
     record("check_dlg_button(" + std::to_string(id) + "," + (checked ? "1" : "0") + ")");
     control(dialog, id).checked = checked;
 }
 
 bool FakeDialogHost::is_dlg_button_checked(WindowHandle dialog, int id) {
+    in_template(dialog, id);
     return control(dialog, id).checked;
 }
 
 void FakeDialogHost::check_radio_button(WindowHandle dialog, int first_id, int last_id,
                                         int checked_id) {
+    in_template(dialog, first_id);
+    in_template(dialog, last_id);
     record("check_radio_button(" + std::to_string(first_id) + "," + std::to_string(last_id) + "," +
            std::to_string(checked_id) + ")");
     for (int id = first_id; id <= last_id; ++id) {

@@ -76,6 +76,13 @@ class FakeDialogHost : public DialogHost {
     // Message boxes and dialogs opened, by template id, in order.
     std::vector<int> dialogs_opened;
 
+    // Optional check of every control lookup against the dialog's template: when set, a
+    // control that the template lacks is absent (get_dlg_item gives null, as the real
+    // dialog manager does) and every by-id access to it is noted in template_misses as
+    // "<template id>:<control id>".
+    std::function<bool(int template_id, int control_id)> control_exists;
+    std::vector<std::string> template_misses;
+
     // Scripted answers.
     std::uint32_t tick = 0;
     std::optional<std::string> folder_choice;
@@ -163,6 +170,8 @@ class FakeDialogHost : public DialogHost {
         LParam lparam;
     };
     Window* make_window(int id, Window* parent);
+    // False (and noted) when control_exists says the dialog's template lacks `id`.
+    bool in_template(WindowHandle dialog, int id);
     void record(std::string call) { calls.push_back(std::move(call)); }
     std::vector<std::unique_ptr<Window>> windows;
     std::deque<Posted> posted;

@@ -1,0 +1,378 @@
+// The templates and skin tables as data: the main window exactly as laid out on the
+// skin, every other dialog complete and tidy, and the tables the main window draws with.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/errors.h"
+#include "resources/dialog_template.h"
+#include "resources/resource_ids.h"
+#include "resources/skin_tables.h"
+
+using namespace style;
+
+namespace {
+
+const ControlTemplate* find_control(const DialogTemplate& t, int id) {
+    for (const ControlTemplate& c : t.controls) {
+        if (c.id == id) {
+            return &c;
+        }
+    }
+    return nullptr;
+}
+
+bool overlaps(const ControlTemplate& a, const ControlTemplate& b) {
+    return a.x < b.x + b.cx && b.x < a.x + a.cx && a.y < b.y + b.cy && b.y < a.y + a.cy;
+}
+
+bool is_group_box(const ControlTemplate& c) {
+    return c.cls == "BUTTON" && (c.style & 0xF) == BS_GROUPBOX;
+}
+
+constexpr std::uint32_t owner_draw = WS_CHILD | WS_VISIBLE | WS_TABSTOP | BS_OWNERDRAW;
+constexpr std::uint32_t display = WS_CHILD | WS_VISIBLE | WS_DISABLED | WS_TABSTOP | ES_AUTOHSCROLL;
+
+struct Row {
+    int id;
+    const char* cls;
+    const char* text;
+    std::uint32_t style;
+    std::uint32_t ex_style;
+    int x, y, cx, cy;
+};
+
+// The main window's controls in template order, as they sit on the skin.
+const Row main_rows[] = {
+    {101, "BUTTON", "", WS_CHILD | WS_VISIBLE | BS_FLAT, 0, 24, 19, 390, 268},
+    {103, "BUTTON", "Stop", owner_draw, 0, 309, 314, 50, 33},
+    {104, "BUTTON", ">>", owner_draw, WS_EX_TRANSPARENT, 247, 316, 65, 39},
+    {106, "BUTTON", "<<", owner_draw, 0, 129, 316, 67, 37},
+    {109, "BUTTON", "Properties", owner_draw, WS_EX_TRANSPARENT, 11, 316, 43, 19},
+    {1010, "EDIT", "", display | ES_NUMBER | ES_CENTER, WS_EX_TRANSPARENT, 12, 300, 44, 10},
+    {114, "EDIT", "", display | ES_NUMBER, 0, 36, 5, 34, 10},
+    {116, "BUTTON", "About", owner_draw, 0, 50, 316, 41, 23},
+    {117, "BUTTON", "Quit", owner_draw, WS_EX_TRANSPARENT, 403, 288, 31, 27},
+    {118, "BUTTON", "Start", owner_draw, WS_EX_TRANSPARENT, 122, 288, 31, 24},
+    {119, "BUTTON", "End", owner_draw, WS_EX_TRANSPARENT, 288, 288, 29, 26},
+    {120, "BUTTON", "Edit", owner_draw, WS_EX_TRANSPARENT, 389, 316, 36, 19},
+    {121, "BUTTON", "Seek", WS_CHILD | WS_TABSTOP, 0, 4, 5, 29, 11},
+    {1001, "msctls_progress32", "Progress1", WS_CHILD | WS_VISIBLE | WS_BORDER, 0, 320, 300, 48, 8},
+    {1003, "EDIT", "", display, 0, 371, 300, 28, 10},
+    {-1, "STATIC", "", WS_CHILD | WS_VISIBLE | SS_ETCHEDFRAME, WS_EX_DLGMODALFRAME, 66, 32, 247,
+     193},
+    {1008, "EDIT", "", display | ES_CENTER, 0, 91, 300, 29, 10},
+    {115, "BUTTON", "Pause", owner_draw, WS_EX_TRANSPARENT, 86, 314, 49, 35},
+    {-1, "STATIC", "#153", WS_CHILD | WS_VISIBLE | SS_BITMAP, 0, 0, 0, 440, 370},
+    {102, "BUTTON", "Play", owner_draw, WS_EX_TRANSPARENT, 188, 316, 65, 41},
+    {108, "BUTTON", "Record", owner_draw, WS_EX_TRANSPARENT, 354, 317, 37, 20},
+    {1016, "EDIT", "", display | ES_CENTER, 0, 155, 300, 45, 10},
+    {1017, "EDIT", "", display | ES_CENTER, 0, 243, 300, 42, 10},
+    {1018, "BUTTON", "Play In-out", owner_draw, 0, 206, 289, 30, 25},
+    {124, "EDIT", "", display | ES_CENTER, 0, 59, 300, 28, 10},
+    {122, "EDIT", "", display, 0, 356, 5, 55, 10},
+};
+
+}  // namespace
+
+TEST(MainTemplate, WindowAndEveryControlInTemplateOrder) {
+    const DialogTemplate* t = find_dialog_template(IDD_MAIN);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(t->caption, "Kestrel Capture");
+    EXPECT_EQ(t->style, WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | DS_SETFONT);
+    EXPECT_EQ(t->font, "MS Sans Serif");
+    EXPECT_EQ(t->font_points, 8);
+    EXPECT_EQ(std::vector<int>({t->x, t->y, t->cx, t->cy}), std::vector<int>({6, 18, 445, 370}));
+    ASSERT_EQ(t->controls.size(), std::size(main_rows));
+    for (std::size_t i = 0; i < std::size(main_rows); ++i) {
+        const Row& want = main_rows[i];
+        const ControlTemplate& got = t->controls[i];
+        SCOPED_TRACE("control #" + std::to_string(i + 1) + " id " + std::to_string(want.id));
+        EXPECT_EQ(got.id, want.id);
+        EXPECT_EQ(got.cls, want.cls);
+        EXPECT_EQ(got.text, want.text);
+        EXPECT_EQ(got.style, want.style);
+        EXPECT_EQ(got.ex_style, want.ex_style);
+        EXPECT_EQ(std::vector<int>({got.x, got.y, got.cx, got.cy}),
+                  std::vector<int>({want.x, want.y, want.cx, want.cy}));
+    }
+}
+
+TEST(MainTemplate, OnlyTheSeekButtonIsHiddenAndTheDisplayFieldsAreReadOnly) {
+    const DialogTemplate* t = find_dialog_template(IDD_MAIN);
+    ASSERT_NE(t, nullptr);
+    std::vector<int> hidden;
+    for (const ControlTemplate& c : t->controls) {
+        if ((c.style & WS_VISIBLE) == 0) {
+            hidden.push_back(c.id);
+        }
+        if (c.cls == "EDIT") {
+            EXPECT_NE(c.style & WS_DISABLED, 0u) << c.id;
+        }
+    }
+    EXPECT_EQ(hidden, std::vector<int>{IDC_SEEK});
+    // Every picture button of the skin tables is owner-drawn in the template.
+    for (const skin::ButtonPictures& b : skin::button_pictures()) {
+        const ControlTemplate* c = find_control(*t, b.control_id);
+        ASSERT_NE(c, nullptr) << b.control_id;
+        EXPECT_EQ(c->style & 0xF, BS_OWNERDRAW) << b.control_id;
+    }
+}
+
+TEST(Templates, EveryDialogExistsWithItsCaptionSizeAndFont) {
+    struct Want {
+        int id;
+        const char* caption;
+        int cx, cy;
+    };
+    const Want wants[] = {
+        {IDD_ERROR, "Error", 273, 151},
+        {IDD_MESSAGE, "Kestrel Capture", 233, 77},
+        {IDD_PROPERTIES, "Properties", 238, 394},
+        {IDD_SCENE_LIST, "Batch Capture", 321, 188},
+        {IDD_TASK, "Task Properties", 180, 121},
+        {IDD_BATCH, "Batch Progress", 180, 139},
+        {IDD_SEEK, "Seek", 199, 58},
+        {IDD_SCENE_DETECT, "Scene Detect Progress", 180, 156},
+    };
+    for (const Want& w : wants) {
+        const DialogTemplate* t = find_dialog_template(w.id);
+        ASSERT_NE(t, nullptr) << w.id;
+        EXPECT_EQ(t->id, w.id);
+        EXPECT_EQ(t->caption, w.caption) << w.id;
+        EXPECT_EQ(t->cx, w.cx) << w.id;
+        EXPECT_EQ(t->cy, w.cy) << w.id;
+        EXPECT_EQ(t->font, "MS Sans Serif") << w.id;
+        EXPECT_EQ(t->font_points, 8) << w.id;
+        EXPECT_NE(t->style & WS_CAPTION, 0u) << w.id;
+    }
+    EXPECT_EQ(find_dialog_template(300), nullptr);  // the about picture's dialog is not kept
+    EXPECT_EQ(find_dialog_template(0), nullptr);
+}
+
+TEST(Templates, ControlsNamedByTheDialogsAreThereWithTheirKinds) {
+    struct Want {
+        int dialog, id;
+        const char* cls;
+        const char* text;
+    };
+    const Want wants[] = {
+        {IDD_ERROR, IDC_ERROR_MESSAGE, "EDIT", ""},
+        {IDD_ERROR, IDC_ERROR_SYSTEM_TEXT, "EDIT", ""},
+        {IDD_ERROR, IDOK, "BUTTON", "OK"},
+        {IDD_MESSAGE, IDC_ERROR_MESSAGE, "EDIT", ""},
+        {IDD_MESSAGE, IDOK, "BUTTON", "OK"},
+        {IDD_PROPERTIES, 115, "COMBOBOX", ""},
+        {IDD_PROPERTIES, 201, "EDIT", ""},
+        {IDD_PROPERTIES, 202, "BUTTON", "..."},
+        {IDD_PROPERTIES, 203, "COMBOBOX", ""},
+        {IDD_PROPERTIES, 204, "COMBOBOX", ""},
+        {IDD_PROPERTIES, 205, "BUTTON", "Type 1 (Interleaved Audio/Video)"},
+        {IDD_PROPERTIES, 206, "BUTTON", "Type 2 (Seperate Audio/Video)"},
+        {IDD_PROPERTIES, 207, "BUTTON", "DV Capture properties"},
+        {IDD_PROPERTIES, 208, "COMBOBOX", ""},
+        {IDD_PROPERTIES, 209, "EDIT", ""},
+        {IDD_PROPERTIES, 210, "EDIT", ""},
+        {IDD_PROPERTIES, 211, "BUTTON", "WDM Capture properties"},
+        {IDD_PROPERTIES, 1002, "EDIT", ""},
+        {IDD_PROPERTIES, 1020, "BUTTON", "Automatic Scene detection"},
+        {IDD_PROPERTIES, IDOK, "BUTTON", "Ok"},
+        {IDD_SCENE_LIST, 401, "SysListView32", ""},
+        {IDD_SCENE_LIST, 108, "BUTTON", "Record"},
+        {IDD_SCENE_LIST, 109, "BUTTON", "Properties"},
+        {IDD_SCENE_LIST, 402, "BUTTON", "Delete"},
+        {IDD_SCENE_LIST, IDOK, "BUTTON", "OK"},
+        {IDD_TASK, 503, "EDIT", ""},
+        {IDD_TASK, 501, "EDIT", ""},
+        {IDD_TASK, 502, "EDIT", ""},
+        {IDD_TASK, IDOK, "BUTTON", "OK"},
+        {IDD_TASK, IDCANCEL, "BUTTON", "Cancel"},
+        {IDD_BATCH, 101, "BUTTON", ""},
+        {IDD_BATCH, 601, "msctls_progress32", ""},
+        {IDD_BATCH, IDCANCEL, "BUTTON", "Abort"},
+        {IDD_SEEK, 114, "EDIT", ""},
+        {IDD_SEEK, IDOK, "BUTTON", "Ok"},
+        {IDD_SEEK, IDCANCEL, "BUTTON", "Cancel"},
+        {IDD_SCENE_DETECT, 101, "BUTTON", ""},
+        {IDD_SCENE_DETECT, 1021, "EDIT", ""},
+        {IDD_SCENE_DETECT, 1022, "EDIT", ""},
+        {IDD_SCENE_DETECT, IDCANCEL, "BUTTON", "Stop"},
+    };
+    for (const Want& w : wants) {
+        const DialogTemplate* t = find_dialog_template(w.dialog);
+        ASSERT_NE(t, nullptr);
+        const ControlTemplate* c = find_control(*t, w.id);
+        ASSERT_NE(c, nullptr) << w.dialog << ":" << w.id;
+        EXPECT_EQ(c->cls, w.cls) << w.dialog << ":" << w.id;
+        EXPECT_EQ(c->text, w.text) << w.dialog << ":" << w.id;
+    }
+    // Kinds the dialogs rely on.
+    const DialogTemplate& props = *find_dialog_template(IDD_PROPERTIES);
+    EXPECT_NE(find_control(props, 1002)->style & ES_NUMBER, 0u);
+    EXPECT_NE(find_control(props, 210)->style & ES_NUMBER, 0u);
+    EXPECT_EQ(find_control(props, 115)->style & 0xF, CBS_DROPDOWNLIST);
+    EXPECT_EQ(find_control(props, 1020)->style & 0xF, BS_AUTOCHECKBOX);
+    const DialogTemplate& list = *find_dialog_template(IDD_SCENE_LIST);
+    EXPECT_EQ(find_control(list, 401)->style & (LVS_REPORT | LVS_EDITLABELS),
+              LVS_REPORT | LVS_EDITLABELS);
+    EXPECT_NE(
+        find_control(*find_dialog_template(IDD_ERROR), IDC_ERROR_MESSAGE)->style & ES_READONLY, 0u);
+    EXPECT_EQ(
+        find_control(*find_dialog_template(IDD_MESSAGE), IDC_ERROR_MESSAGE)->style & ES_READONLY,
+        0u);
+    for (int dialog : {IDD_BATCH, IDD_SCENE_DETECT}) {
+        const ControlTemplate* pane = find_control(*find_dialog_template(dialog), IDC_PREVIEW);
+        EXPECT_EQ(std::vector<int>({pane->cx, pane->cy}), std::vector<int>({106, 86})) << dialog;
+        EXPECT_NE(pane->style & BS_FLAT, 0u) << dialog;
+    }
+    for (int id : {501, 502}) {
+        EXPECT_NE(find_control(*find_dialog_template(IDD_TASK), id)->style & ES_NUMBER, 0u);
+    }
+    EXPECT_NE(find_control(*find_dialog_template(IDD_SEEK), 114)->style & ES_NUMBER, 0u);
+}
+
+TEST(Templates, OrdinaryDialogsAreTidy) {
+    for (int id : {IDD_ERROR, IDD_MESSAGE, IDD_PROPERTIES, IDD_SCENE_LIST, IDD_TASK, IDD_BATCH,
+                   IDD_SEEK, IDD_SCENE_DETECT}) {
+        const DialogTemplate& t = *find_dialog_template(id);
+        SCOPED_TRACE("template " + std::to_string(id));
+        std::set<int> ids;
+        for (const ControlTemplate& c : t.controls) {
+            // Inside the dialog with a margin, every control visible and a child.
+            EXPECT_GE(c.x, 4) << c.id;
+            EXPECT_GE(c.y, 4) << c.id;
+            EXPECT_LE(c.x + c.cx, t.cx - 4) << c.id;
+            EXPECT_LE(c.y + c.cy, t.cy - 4) << c.id;
+            EXPECT_EQ(c.style & (WS_CHILD | WS_VISIBLE), WS_CHILD | WS_VISIBLE) << c.id;
+            if (c.id != IDC_STATIC) {
+                EXPECT_TRUE(ids.insert(c.id).second) << "duplicate id " << c.id;
+            }
+        }
+        // No two controls on top of each other, except inside a group box. A drop-down
+        // list's rectangle includes its list, so only its closed height counts.
+        for (std::size_t i = 0; i < t.controls.size(); ++i) {
+            for (std::size_t j = i + 1; j < t.controls.size(); ++j) {
+                ControlTemplate a = t.controls[i];
+                ControlTemplate b = t.controls[j];
+                if (is_group_box(a) || is_group_box(b)) {
+                    continue;
+                }
+                for (ControlTemplate* c : {&a, &b}) {
+                    if (c->cls == "COMBOBOX") {
+                        c->cy = 12;
+                    }
+                }
+                EXPECT_FALSE(overlaps(a, b))
+                    << a.id << " '" << a.text << "' and " << b.id << " '" << b.text << "'";
+            }
+        }
+    }
+}
+
+TEST(Templates, ErrorDialogNumbersAgreeWithTheErrorDisplay) {
+    // The error display names these numbers itself; the data must use the same.
+    const DialogTemplate* error = find_dialog_template(IDD_ERROR);
+    const DialogTemplate* message = find_dialog_template(IDD_MESSAGE);
+    ASSERT_NE(error, nullptr);
+    ASSERT_NE(message, nullptr);
+    EXPECT_NE(find_control(*error, IDC_ERROR_SYSTEM_TEXT), nullptr);
+    EXPECT_EQ(find_control(*message, IDC_ERROR_SYSTEM_TEXT), nullptr);
+    const ControlTemplate& first = error->controls.front();
+    EXPECT_EQ(first.text, "An error has occured:");
+    EXPECT_EQ(message->controls.front().text, "Message:");
+}
+
+TEST(SkinTables, ButtonPicturesPairEveryOwnerDrawnButton) {
+    struct Want {
+        int id, pressed, normal, w, h;
+    };
+    const Want wants[] = {
+        {102, 138, 139, 103, 71}, {106, 136, 137, 103, 71}, {104, 140, 141, 103, 71},
+        {103, 142, 143, 75, 57},  {115, 134, 135, 75, 57},  {116, 131, 132, 62, 41},
+        {108, 144, 145, 62, 41},  {120, 146, 147, 66, 32},  {109, 129, 130, 66, 32},
+        {117, 127, 128, 47, 44},  {118, 123, 124, 47, 44},  {119, 125, 126, 47, 44},
+        {1018, 150, 151, 47, 44},
+    };
+    const auto pictures = skin::button_pictures();
+    ASSERT_EQ(pictures.size(), std::size(wants));
+    for (std::size_t i = 0; i < pictures.size(); ++i) {
+        EXPECT_EQ(pictures[i].control_id, wants[i].id);
+        EXPECT_EQ(pictures[i].pressed_bitmap, wants[i].pressed) << wants[i].id;
+        EXPECT_EQ(pictures[i].normal_bitmap, wants[i].normal) << wants[i].id;
+        EXPECT_EQ(pictures[i].width_px, wants[i].w) << wants[i].id;
+        EXPECT_EQ(pictures[i].height_px, wants[i].h) << wants[i].id;
+    }
+}
+
+TEST(SkinTables, BitmapListCoversSkinIndicatorAndEveryPictureOnce) {
+    std::set<int> ids;
+    int skin_w = 0, skin_h = 0, ind_w = 0, ind_h = 0;
+    for (const skin::Bitmap& b : skin::bitmaps()) {
+        EXPECT_TRUE(ids.insert(b.id).second) << "bitmap listed twice: " << b.id;
+        if (b.id == IDB_SKIN) {
+            skin_w = b.width_px;
+            skin_h = b.height_px;
+        }
+        if (b.id == IDB_INDICATOR) {
+            ind_w = b.width_px;
+            ind_h = b.height_px;
+        }
+    }
+    EXPECT_EQ(std::vector<int>({skin_w, skin_h}), std::vector<int>({660, 600}));
+    EXPECT_EQ(std::vector<int>({ind_w, ind_h}), std::vector<int>({24, 19}));
+    EXPECT_TRUE(ids.count(IDB_ABOUT));
+    // 123 to 151 hold the button pictures; three numbers in that range are unused.
+    std::set<int> expected{IDB_SKIN, IDB_ABOUT, IDB_INDICATOR};
+    for (int id = 123; id <= 151; ++id) {
+        if (id != 133 && id != 148 && id != 149) {
+            expected.insert(id);
+        }
+    }
+    EXPECT_EQ(ids, expected);
+}
+
+TEST(SkinTables, TooltipsInRegistrationOrder) {
+    std::vector<std::pair<int, std::string>> got;
+    for (const skin::Tooltip& t : skin::tooltips()) {
+        got.emplace_back(t.control_id, std::string(t.text));
+    }
+    const std::vector<std::pair<int, std::string>> want = {
+        {108, "Record"},
+        {102, "Play"},
+        {103, "Stop"},
+        {1018, "Play from In point"},
+        {104, "Fast Forward or Step Forward if paused"},
+        {106, "Rewind or Step Backwards if paused"},
+        {115, "Pause"},
+        {109, "Options"},
+        {121, "Seek"},
+        {116, "Help"},
+        {120, "Edit scene list"},
+        {117, "Exit program"},
+        {118, "Set In point"},
+        {119, "Set Out point"},
+    };
+    EXPECT_EQ(got, want);
+}
+
+TEST(SkinTables, TransportStatusTextsByMode) {
+    const std::vector<std::pair<long, std::string>> named = {
+        {4296, "Playing"},      {4297, "Stopped"},      {4298, "Paused"},
+        {4300, "Fast forward"}, {4301, "Rewind"},       {4302, "Recording"},
+        {4304, "Step forward"}, {4905, "Step reverse"}, {5029, "Fast forward"},
+        {5030, "Fast forward"}, {5031, "Rewind"},       {5032, "Rewind"},
+    };
+    for (const auto& [mode, text] : named) {
+        const char* got = skin::transport_status_text(mode);
+        ASSERT_NE(got, nullptr) << mode;
+        EXPECT_EQ(std::string(got), text) << mode;
+    }
+    // Passing states, an unreadable mode and anything else keep the last text.
+    for (long mode : {0L, 4299L, 4303L, 4305L, -1L, 5033L}) {
+        EXPECT_EQ(skin::transport_status_text(mode), nullptr) << mode;
+    }
+}
