@@ -2,6 +2,7 @@
 // shapes it ever runs (DV and WDM preview, DV type 1 / type 2 and WDM capture).
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "graph/stdcap.h"
@@ -49,3 +50,5 @@ bool add_device_name(media::Moniker* moniker, void* combo);
 
 // "Filter %08x" with a 32-bit identity unique to the filter object within this run.
 std::string filter_graph_name(media::BaseFilter* filter);
+// "Filter %08x" of one identity: eight lower-case hexadecimal digits, zero-filled.
+std::string filter_name_of(std::uint32_t identity);
