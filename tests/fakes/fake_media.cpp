@@ -307,8 +307,8 @@ class FakeEnumMediaTypes : public media::EnumMediaTypes, public FakeObject {
             *fetched = 0;
         }
         const HRESULT hr = pin.script.result("enum_media_types.next");
-        if (failed(hr)) {
-            return hr;
+        if (hr != S_OK) {
+            return hr;  // a scripted failure, or S_FALSE: the end
         }
         if (position >= pin.types.size()) {
             return S_FALSE;
@@ -340,8 +340,8 @@ class FakeEnumPins : public media::EnumPins, public FakeObject {
         log("next");
         *out = nullptr;
         const HRESULT hr = filter.script.result("enum_pins.next");
-        if (failed(hr)) {
-            return hr;
+        if (hr != S_OK) {
+            return hr;  // a scripted failure, or S_FALSE: the end
         }
         if (position >= pins.size()) {
             return S_FALSE;
@@ -827,8 +827,8 @@ class FakeEnumMoniker : public media::EnumMoniker, public FakeObject {
         log("next");
         *out = nullptr;
         const HRESULT hr = catalogue.script.result("next");
-        if (failed(hr)) {
-            return hr;
+        if (hr != S_OK) {
+            return hr;  // a scripted failure, or S_FALSE: the end
         }
         if (position >= devices.size()) {
             return S_FALSE;
@@ -964,9 +964,12 @@ HRESULT FakeGraph::remove_filter(media::BaseFilter* filter) {
     if (it == filters.end()) {
         return VFW_E_NOT_FOUND;
     }
-    for (const FakePin* p : fake->pins) {
+    // The graph breaks whatever links are left, both ends, as a real one does.
+    for (FakePin* p : fake->pins) {
         if (p->connected()) {
             removed_while_connected.push_back(pin_label(*p));
+            p->peer->peer = nullptr;
+            p->peer = nullptr;
         }
     }
     filters.erase(it);

@@ -12,7 +12,8 @@
 //
 // Every operation can be made to answer a scripted result, always or on its n-th
 // call only (FakeScript). Operation names are the method names; interface queries are
-// "query_interface.<interface>" (names from name_of(Iid)). Transient objects
+// "query_interface.<interface>" (names from name_of(Iid)). For the "next" of an
+// enumerator, a scripted S_FALSE means the end of the list. Transient objects
 // (enumerators, monikers, property bags) read their scripts from the longer-lived
 // object behind them: the filter for "enum_pins.next" / "enum_pins.reset", the pin
 // for "enum_media_types.next", the catalogue for the device walk.
@@ -387,8 +388,8 @@ class FakeGraph : public media::GraphBuilder,
     bool contains(const FakeFilter& filter) const;
     FakeFilter* filter_named(const std::string& name) const;
     std::vector<std::string> filter_names() const;
-    // "filter:pin" of pins still connected when their filter was removed; a careful
-    // caller disconnects both ends first, so this stays empty.
+    // "filter:pin" of pins still connected when their filter was removed (the graph
+    // then breaks those links itself); a caller that disconnects first leaves it empty.
     std::vector<std::string> removed_while_connected;
 
     bool is_running = false;
