@@ -1,0 +1,474 @@
+// The main window: start-up, colours and drawing, every command with the transport
+// state, the three timers with the record indicator, and the graph-event handler.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/unit/ui/ui_rig.h"
+
+namespace {
+
+constexpr int transport_controls[] = {104, 106, 115, 114, 1010, 121, 118, 119, 120};
+
+std::vector<long> modes_since(const FakeDvFilter& deck, std::size_t mark) {
+    return {deck.modes.begin() + static_cast<std::ptrdiff_t>(mark), deck.modes.end()};
+}
+
+// Position of the first call equal to `call`, -1 when there is none.
+long index_of(const std::vector<std::string>& calls, const std::string& call) {
+    const auto it = std::find(calls.begin(), calls.end(), call);
+    return it == calls.end() ? -1 : static_cast<long>(it - calls.begin());
+}
+
+}  // namespace
+
+// --- Start-up ---------------------------------------------------------------------------
+
+TEST(MainStartup, DvVcrEnablesTheTransportAndStartsAllThreeTimers) {
+    UiRig rig;
+    rig.host.bitmap_sizes[153] = {660, 600};
+    MainWindow w(rig);
+    EXPECT_EQ(main_window, w.window);
+    EXPECT_TRUE(rig.host.called("set_client_size(100,660,600)"));
+    EXPECT_TRUE(rig.host.called("delete_bitmap(153)"));
+    for (int id : transport_controls) {
+        EXPECT_TRUE(w.enabled(id)) << id;
+    }
+    EXPECT_EQ(w.text(124), "VCR");
+    EXPECT_TRUE(rig.host.called("set_timer(100,1,250)"));
+    EXPECT_TRUE(rig.host.called("set_timer(100,2,1000)"));
+    EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
+    EXPECT_EQ(transport_timer, 1u);
+    EXPECT_EQ(w.text(1016), "00:00:00:00");
+    EXPECT_EQ(w.text(1017), "00:00:00:00");
+    // The preview runs in the pane.
+    EXPECT_TRUE(app->win->attached());
+    EXPECT_TRUE(app->win->running());
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
+    EXPECT_FALSE(rig.host.ended(w.window));
+    EXPECT_TRUE(rig.host.template_misses.empty());
+}
+
+TEST(MainStartup, WdmSourceAndDvCameraDisableTheTransportWithoutTimerOne) {
+    for (auto [device, type] :
+         {std::pair{1, media::ED_DEVTYPE_VCR}, std::pair{0, media::ED_DEVTYPE_CAMERA}}) {
+        UiRig rig(device, type);
+        MainWindow w(rig);
+        for (int id : transport_controls) {
+            EXPECT_FALSE(w.enabled(id)) << id;
+        }
+        EXPECT_EQ(w.text(124), "WDM");
+        EXPECT_EQ(rig.host.count("set_timer(100,1,"), 0u);
+        EXPECT_EQ(transport_timer, 0u);
+        EXPECT_TRUE(rig.host.called("set_timer(100,2,1000)"));
+        EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
+    }
+}
+
+TEST(MainStartup, MissingSkinKeepsTheTemplateSizeAndTablesAreLoadedInOrder) {
+    UiRig rig;
+    rig.host.missing_bitmaps.insert(153);
+    MainWindow w(rig);
+    EXPECT_EQ(rig.host.count("set_client_size"), 0u);
+    EXPECT_TRUE(rig.host.called("load_bitmap(1023,1)"));
+    EXPECT_TRUE(rig.host.called("load_icon(125)"));
+    EXPECT_TRUE(rig.host.called("set_big_icon(100,125)"));
+    EXPECT_TRUE(rig.host.called("progress_set_range(1001,0,100)"));
+    EXPECT_EQ(w.dialog.indicator_bitmap, FakeDialogHost::bitmap_handle(1023));
+    ASSERT_EQ(w.dialog.pressed_bitmaps.size(), 13u);
+    ASSERT_EQ(w.dialog.normal_bitmaps.size(), 13u);
+    EXPECT_EQ(w.dialog.pressed_bitmaps[102], FakeDialogHost::bitmap_handle(138));
+    EXPECT_EQ(w.dialog.normal_bitmaps[102], FakeDialogHost::bitmap_handle(139));
+    EXPECT_EQ(w.dialog.pressed_bitmaps[1018], FakeDialogHost::bitmap_handle(150));
+    EXPECT_EQ(w.dialog.normal_bitmaps[117], FakeDialogHost::bitmap_handle(128));
+    // Tooltip tools in registration order, after the tooltip itself.
+    std::vector<std::string> tools;
+    for (const std::string& c : rig.host.calls) {
+        if (c.rfind("add_tool(", 0) == 0) {
+            tools.push_back(c);
+        }
+    }
+    ASSERT_EQ(tools.size(), 14u);
+    EXPECT_EQ(tools.front(), "add_tool(108,108,Record)");
+    EXPECT_EQ(tools[3], "add_tool(1018,1018,Play from In point)");
+    EXPECT_EQ(tools.back(), "add_tool(119,119,Set Out point)");
+    EXPECT_NE(w.dialog.tooltip, nullptr);
+}
+
+TEST(MainStartup, APreviewThatCannotRunIsShownAndEndsTheWindowWithMinusOne) {
+    UiRig rig;
+    rig.media.graph.fail("run", E_FAIL);
+    MainWindow w(rig);
+    EXPECT_TRUE(rig.host.ended(w.window));
+    EXPECT_EQ(rig.host.end_code(w.window), -1);
+    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Error running media control"});
+    // The rest of the start-up still ran.
+    EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
+}
+
+// --- Colours and drawing ----------------------------------------------------------------
+
+TEST(MainDrawing, FieldsAreGreyOnBlackAndButtonsHollow) {
+    UiRig rig;
+    MainWindow w(rig);
+    const std::size_t mark = rig.host.calls.size();
+    const LResult black = reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::black));
+    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_static), black);
+    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_edit), black);
+    EXPECT_EQ(
+        rig.calls_since(mark),
+        (std::vector<std::string>{"set_bk_color(0,0,0)", "set_text_color(149,145,143)",
+                                  "set_bk_mode_transparent()", "set_bk_color(0,0,0)",
+                                  "set_text_color(149,145,143)", "set_bk_mode_transparent()"}));
+    const std::size_t before_button = rig.host.calls.size();
+    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_button),
+              reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::null)));
+    EXPECT_EQ(rig.host.calls.size(), before_button);
+}
+
+TEST(MainDrawing, PressedPictureWhileHeldNormalOtherwiseEvenDisabled) {
+    UiRig rig;
+    MainWindow w(rig);
+    DrawItem item;
+    item.control_id = 104;
+    item.rect = {3, 4, 97, 58};
+    item.state = ODS_SELECTED;
+    rig.host.send(w.window, wm::draw_item, 104, reinterpret_cast<LParam>(&item));
+    item.state = 0x0004;  // disabled
+    rig.host.send(w.window, wm::draw_item, 104, reinterpret_cast<LParam>(&item));
+    EXPECT_EQ(rig.host.calls[rig.host.calls.size() - 2], "draw_bitmap(3,4,97,58,140)");
+    EXPECT_EQ(rig.host.calls.back(), "draw_bitmap(3,4,97,58,141)");
+}
+
+// --- Transport commands -------------------------------------------------------------------
+
+TEST(MainTransport, WindKeysSendByStateAndLeaveItAlone) {
+    struct Case {
+        int state;
+        long forward, backward;
+    };
+    for (const Case& c :
+         {Case{0, 4300, 4301}, Case{1, 4304, 4905}, Case{2, 5029, 5031}, Case{3, 4300, 4301}}) {
+        UiRig rig;
+        MainWindow w(rig);
+        w.dialog.state = c.state;
+        const std::size_t mark = rig.deck.modes.size();
+        w.command(104);
+        w.command(106);
+        EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{c.forward, c.backward}))
+            << "state " << c.state;
+        EXPECT_EQ(w.dialog.state, c.state);
+    }
+}
+
+TEST(MainTransport, PauseThenFastForwardStepsFrameByFrame) {
+    UiRig rig;
+    MainWindow w(rig);
+    const std::size_t mark = rig.deck.modes.size();
+    w.command(115);
+    EXPECT_EQ(w.dialog.state, 1);
+    w.command(104);
+    w.command(104);
+    EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{4298, 4304, 4304}));
+    EXPECT_EQ(w.dialog.state, 1);
+}
+
+TEST(MainTransport, PlayAndStopOnAVcrDriveTheTapeAndKeepThePicture) {
+    UiRig rig;
+    MainWindow w(rig);
+    const std::size_t mark = rig.deck.modes.size();
+    w.command(102);
+    EXPECT_EQ(w.dialog.state, 2);
+    w.command(103);
+    EXPECT_EQ(w.dialog.state, 0);
+    EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{4296, 4297}));
+    EXPECT_TRUE(app->win->running());
+}
+
+TEST(MainTransport, StopWithoutATapeStopsTheGraphAndPlayRunsItAgain) {
+    UiRig rig(1);
+    MainWindow w(rig);
+    w.command(103);
+    EXPECT_FALSE(app->win->running());
+    EXPECT_EQ(w.dialog.state, 0);
+    w.command(102);
+    EXPECT_TRUE(app->win->running());
+    EXPECT_EQ(w.dialog.state, 2);
+    EXPECT_TRUE(rig.deck.modes.empty());
+}
+
+TEST(MainTransport, AFailingModeIsShownAndTheStateStays) {
+    UiRig rig;
+    MainWindow w(rig);
+    w.dialog.state = 2;
+    rig.deck.fail("put_mode", E_FAIL);
+    w.command(115);
+    EXPECT_EQ(w.dialog.state, 2);
+    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Unable to set DV mode"});
+}
+
+TEST(MainTransport, CommandsNeverReachADeviceThatIsNotAttached) {
+    UiRig rig;
+    MainWindow w(rig);
+    rig.add_scenes({{"a", 500}});
+    // What a device change that failed part-way leaves: the flags still say DV VCR.
+    app->dv->detach();
+    ASSERT_TRUE(app->source_is_dv);
+    const std::size_t mark = rig.media.ledger.calls.size();
+    for (int id : {104, 106, 115, 102, 103, 1018}) {
+        w.command(id);
+    }
+    rig.host.send(w.window, wm::timer, 1);
+    EXPECT_TRUE(rig.media_since(mark, "DV Camcorder.").empty());
+    EXPECT_EQ(w.dialog.state, 2);  // play in-out still plays the picture
+}
+
+// --- Record -------------------------------------------------------------------------------
+
+TEST(MainRecord, RecordTogglesBetweenRecordingAndPreviewInStateThree) {
+    UiRig rig;
+    MainWindow w(rig);
+    rig.host.tick = 5000;
+    w.command(108);
+    EXPECT_TRUE(app->recording);
+    EXPECT_EQ(w.dialog.state, 3);
+    EXPECT_EQ(w.dialog.indicator_tick, 5000u);
+    EXPECT_TRUE(w.dialog.indicator_on);
+    EXPECT_EQ(rig.media.builder.output_paths.size(), 1u);
+    w.command(108);
+    EXPECT_FALSE(app->recording);
+    EXPECT_EQ(w.dialog.state, 3);
+    EXPECT_TRUE(app->win->running());
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
+}
+
+TEST(MainRecord, MissingOutputDirectoryShowsTwelveAndChangesNothing) {
+    UiRig rig;
+    MainWindow w(rig);
+    app->output_directory = "/nowhere";
+    w.dialog.state = 2;
+    const std::size_t mark = rig.media.ledger.calls.size();
+    w.command(108);
+    EXPECT_EQ(rig.messages(),
+              std::vector<std::string>{"The selected output directory is invalid (12)"});
+    EXPECT_EQ(w.dialog.state, 2);
+    EXPECT_FALSE(app->recording);
+    EXPECT_TRUE(rig.media_since(mark, "graph.").empty());
+}
+
+TEST(MainRecord, AFailedRecordLeavesThePreviewRunningInThePane) {
+    UiRig rig;
+    MainWindow w(rig);
+    rig.media.builder.fail("set_output_file_name", E_ACCESSDENIED);
+    w.command(108);
+    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Unable to set output filename"});
+    EXPECT_EQ(w.dialog.state, 0);
+    EXPECT_FALSE(app->recording);
+    EXPECT_TRUE(app->win->attached());
+    EXPECT_TRUE(app->win->running());
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
+    // And the window goes on working.
+    w.command(103);
+    w.command(102);
+    EXPECT_EQ(w.dialog.state, 2);
+    EXPECT_EQ(rig.messages().size(), 1u);
+}
+
+TEST(MainRecord, SceneDetectionOpensItsDialogForDvAndPlainRecordingOtherwise) {
+    {
+        UiRig rig;
+        MainWindow w(rig);
+        app->scene_detection = true;
+        rig.host.script(701, [](FakeDialogHost& host, WindowHandle dlg) {
+            host.command(dlg, IDCANCEL);
+            host.send(dlg, wm::timer, 1);
+        });
+        w.command(108);
+        EXPECT_TRUE(rig.host.called("dialog_box(701,100)"));
+        EXPECT_EQ(w.dialog.state, 0);
+        EXPECT_FALSE(app->recording);
+        // The transport timer was stopped around the dialog and started again.
+        EXPECT_TRUE(rig.host.called("kill_timer(100,1)"));
+        EXPECT_EQ(transport_timer, 1u);
+    }
+    {
+        UiRig rig(1);  // a webcam: scene detection needs a DV tape
+        MainWindow w(rig);
+        app->scene_detection = true;
+        w.command(108);
+        EXPECT_EQ(rig.host.count("dialog_box(701"), 0u);
+        EXPECT_TRUE(app->recording);
+        EXPECT_EQ(w.dialog.state, 3);
+    }
+}
+
+// --- Scene marks --------------------------------------------------------------------------
+
+TEST(MainMarks, SetInAddsASceneEvenWhenTheTaskDialogIsCancelled) {
+    UiRig rig;
+    MainWindow w(rig);
+    rig.deck.timecode_bcd = bcd_timecode(0, 12, 3, 10);
+    rig.deck.track = 4321;
+    rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
+        EXPECT_EQ(host.text(dlg, 503), "kestrel 001");
+        host.command(dlg, IDCANCEL);
+    });
+    w.command(118);
+    ASSERT_EQ(app->jobs->size(), 1u);
+    EXPECT_EQ(app->job_at(0)->name, "kestrel 001");
+    EXPECT_EQ(app->job_at(0)->in_point.track, 4321);
+    EXPECT_EQ(w.text(1016), "00:12:03:10");
+    EXPECT_TRUE(rig.host.called("kill_timer(100,1)"));
+    EXPECT_EQ(transport_timer, 1u);
+}
+
+TEST(MainMarks, SetOutNeedsAStartPointAndATimecode) {
+    UiRig rig;
+    MainWindow w(rig);
+    w.command(119);
+    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Specify a start point first (2)"});
+    EXPECT_EQ(w.text(1017), "00:00:00:00");
+
+    rig.add_scenes({{"a", 100}});
+    rig.deck.timecode_bcd = bcd_timecode(1, 2, 3, 4);
+    rig.deck.track = 900;
+    const std::size_t timers = rig.host.count("kill_timer");
+    w.command(119);
+    EXPECT_EQ(app->job_at(0)->out_point.track, 900);
+    EXPECT_EQ(w.text(1017), "01:02:03:04");
+    EXPECT_EQ(rig.host.count("kill_timer"), timers);  // set out leaves the timer alone
+
+    rig.deck.fail("get_timecode.timecode", E_FAIL);
+    w.command(119);
+    w.command(118);
+    EXPECT_EQ(rig.messages().back(), "Unable to get timecode for the current position (3)");
+    EXPECT_EQ(rig.messages().size(), 3u);
+    EXPECT_EQ(app->jobs->size(), 1u);
+}
+
+TEST(MainMarks, PlayInOutWindsToTheNewestSceneOrJustPlaysWithAnEmptyList) {
+    {
+        UiRig rig;
+        MainWindow w(rig);
+        app->win->stop();
+        const std::size_t mark = rig.media.ledger.calls.size();
+        w.command(1018);
+        EXPECT_EQ(w.dialog.state, 2);
+        EXPECT_TRUE(rig.media_since(mark, "").empty());
+    }
+    {
+        UiRig rig;
+        MainWindow w(rig);
+        rig.add_scenes({{"a", 100}, {"b", 1193046}});
+        app->win->stop();
+        w.command(1018);
+        ASSERT_FALSE(rig.deck.raw_commands.empty());
+        const auto frame = seek_frame(1193046);
+        EXPECT_EQ(rig.deck.raw_commands.back().bytes,
+                  std::vector<std::uint8_t>(frame.begin(), frame.end()));
+        EXPECT_EQ(rig.deck.modes.back(), 4296);
+        EXPECT_TRUE(app->win->running());
+        EXPECT_EQ(w.dialog.state, 2);
+    }
+}
+
+// --- Dialogs and help -----------------------------------------------------------------------
+
+TEST(MainDialogs, OptionsReEnablesTheTransportByTheSourceAlone) {
+    UiRig rig(0, media::ED_DEVTYPE_CAMERA);
+    MainWindow w(rig);
+    ASSERT_FALSE(w.enabled(104));
+    rig.host.script(200, [](FakeDialogHost& host, WindowHandle dlg) { host.command(dlg, IDOK); });
+    w.command(109);
+    EXPECT_TRUE(rig.host.called("dialog_box(200,100)"));
+    for (int id : transport_controls) {
+        EXPECT_TRUE(w.enabled(id)) << id;
+    }
+    EXPECT_EQ(rig.host.count("set_timer(100,1,"), 0u);
+    EXPECT_EQ(w.text(124), "WDM");
+}
+
+TEST(MainDialogs, EditorAndSeekRunWithTheTransportTimerStopped) {
+    UiRig rig;
+    MainWindow w(rig);
+    for (auto [id, tmpl] : {std::pair{120, 400}, std::pair{121, 700}}) {
+        const std::size_t mark = rig.host.calls.size();
+        rig.host.script(tmpl, [&](FakeDialogHost& host, WindowHandle dlg) {
+            EXPECT_EQ(transport_timer, 0u);
+            host.end_dialog(dlg, 1);
+        });
+        w.command(id);
+        const auto calls = rig.calls_since(mark);
+        const long open = index_of(calls, "dialog_box(" + std::to_string(tmpl) + ",100)");
+        ASSERT_GE(open, 0);
+        const long killed = index_of(calls, "kill_timer(100,1)");
+        ASSERT_GE(killed, 0);
+        EXPECT_LT(killed, open);
+        EXPECT_GT(index_of(calls, "set_timer(100,1,250)"), open);
+        EXPECT_EQ(transport_timer, 1u);
+    }
+}
+
+TEST(MainDialogs, HelpOpensTheManualBesideTheProgramFolder) {
+    struct Case {
+        std::string program;
+        char separator;
+        std::string manual;
+    };
+    for (const Case& c :
+         {Case{"/opt/kestrel/bin/kestrel-capture", '/', "/opt/kestrel/Manual/CManualIndex.htm"},
+          Case{"C:\\A\\B\\prog.exe", '\\', "C:\\A\\Manual\\CManualIndex.htm"},
+          Case{"C:\\prog.exe", '\\', "C:\\Manual\\CManualIndex.htm"}}) {
+        UiRig rig;
+        rig.system.module_path = c.program;
+        rig.system.separator = c.separator;
+        MainWindow w(rig);
+        w.command(116);
+        EXPECT_EQ(rig.system.calls.back(), "shell_open(" + c.manual + ")");
+        EXPECT_TRUE(rig.messages().empty());
+        EXPECT_EQ(transport_timer, 1u);
+    }
+    UiRig rig;
+    rig.system.shell_result = 32;
+    MainWindow w(rig);
+    w.command(116);
+    EXPECT_EQ(rig.messages(),
+              std::vector<std::string>{"Unable to launch ..\\Manual\\CManualIndex.htm (11)"});
+}
+
+TEST(MainDialogs, QuitAndTheCloseBoxStopTheGraphAndEndWithZero) {
+    {
+        UiRig rig;
+        MainWindow w(rig);
+        w.command(117);
+        EXPECT_FALSE(rig.host.ended(w.window));  // closing runs from the message loop
+        rig.host.pump();
+        EXPECT_TRUE(rig.host.ended(w.window));
+        EXPECT_EQ(rig.host.end_code(w.window), 0);
+        EXPECT_FALSE(rig.media.graph.is_running);
+    }
+    {
+        // A graph that will not stop is reported, and the window closes anyway.
+        UiRig rig;
+        MainWindow w(rig);
+        rig.media.graph.fail("stop", E_FAIL);
+        rig.host.send(w.window, wm::close);
+        EXPECT_EQ(rig.messages(), std::vector<std::string>{"Error stopping media control"});
+        EXPECT_TRUE(rig.host.ended(w.window));
+        EXPECT_EQ(rig.host.end_code(w.window), 0);
+    }
+}
+
+TEST(MainDialogs, UnknownIdsEnterAndEscDoNothing) {
+    UiRig rig;
+    MainWindow w(rig);
+    const std::size_t host_mark = rig.host.calls.size();
+    const std::size_t media_mark = rig.media.ledger.calls.size();
+    for (int id : {IDOK, IDCANCEL, 1010, 999}) {
+        w.command(id);
+    }
+    EXPECT_EQ(rig.host.calls.size(), host_mark);
+    EXPECT_TRUE(rig.media_since(media_mark, "").empty());
+    EXPECT_FALSE(rig.host.ended(w.window));
+}

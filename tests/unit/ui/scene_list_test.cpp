@@ -1,0 +1,221 @@
+// The scene list editor and the task dialog: rows in list order with their two text
+// forms, edit, delete, selection rules, and the task dialog's unsigned tracks and
+// preroll arithmetic.
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/ui/ui_rig.h"
+#include "ui/capedit.h"
+
+namespace {
+
+struct Editor {
+    explicit Editor(UiRig& rig_) : rig(rig_) {
+        window = open_dialog(rig.host, dialog, IDD_SCENE_LIST);
+    }
+    UiRig& rig;
+    CapEditDialog dialog;
+    WindowHandle window = nullptr;
+
+    FakeDialogHost::Window& list() { return rig.host.control(window, 401); }
+    std::vector<std::vector<std::string>> rows() { return list().rows; }
+    void select(std::initializer_list<int> rows_) { list().selected_rows = std::set<int>(rows_); }
+    void double_click() {
+        NotifyHeader header;
+        header.from = rig.host.get_dlg_item(window, 401);
+        header.id = 401;
+        header.code = NM_DBLCLK;
+        rig.host.send(window, wm::notify, 401, reinterpret_cast<LParam>(&header));
+    }
+};
+
+// Scenes whose timecode texts differ from their tracks, as logged from a tape.
+void log_abc(UiRig& rig) {
+    rig.add_scenes({{"A", 1000}, {"B", 12000}, {"C", 25000}});
+    app->job_at(1)->capture_start.seconds = 3;
+    app->job_at(1)->capture_start.frames = 10;
+}
+
+// Answers the task dialog with these box texts and OK.
+FakeDialogHost::Script task_ok(std::string name, std::string start, std::string end) {
+    return [=](FakeDialogHost& host, WindowHandle dlg) {
+        host.control(dlg, 503).text = name;
+        host.control(dlg, 501).text = start;
+        host.control(dlg, 502).text = end;
+        host.command(dlg, IDOK);
+    };
+}
+
+}  // namespace
+
+TEST(SceneListEditor, RowsAreInListOrderWithTimecodeText) {
+    UiRig rig;
+    log_abc(rig);
+    Editor e(rig);
+    EXPECT_EQ(e.list().columns, (std::vector<std::string>{"Scene name", "Start", "End"}));
+    EXPECT_TRUE(rig.host.called("list_insert_column(0,Scene name,100)"));
+    EXPECT_TRUE(rig.host.called("list_insert_column(1,Start,80)"));
+    EXPECT_TRUE(rig.host.called("list_insert_column(2,End,80)"));
+    EXPECT_EQ(e.rows(), (std::vector<std::vector<std::string>>{
+                            {"A", "00:01:00:00", "00:01:00:00"},
+                            {"B", "00:12:03:10", "00:12:00:00"},
+                            {"C", "00:25:00:00", "00:25:00:00"},
+                        }));
+    EXPECT_TRUE(rig.host.template_misses.empty());
+}
+
+TEST(SceneListEditor, PropertiesEditsTheSelectedSceneAndRefreshesItsRowWithTracks) {
+    UiRig rig;
+    log_abc(rig);
+    app->preroll = 25;
+    Editor e(rig);
+    e.select({1});
+    rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
+        EXPECT_EQ(host.text(dlg, 503), "B");
+        task_ok("B2", "100", "400")(host, dlg);
+    });
+    rig.host.command(e.window, 109);
+    EXPECT_EQ(app->job_at(1)->name, "B2");
+    EXPECT_EQ(app->job_at(1)->capture_start.track, 75);
+    EXPECT_EQ(e.rows()[1], (std::vector<std::string>{"B2", "75", "400"}));
+    EXPECT_EQ(e.rows()[0], (std::vector<std::string>{"A", "00:01:00:00", "00:01:00:00"}));
+    EXPECT_EQ(e.rows()[2][1], "00:25:00:00");
+}
+
+TEST(SceneListEditor, RefreshedRowsShowTracksUnsigned) {
+    UiRig rig;
+    log_abc(rig);
+    app->preroll = 150;
+    Editor e(rig);
+    e.select({0});
+    rig.host.script(504, task_ok("A", "100", "4294967295"));
+    e.double_click();
+    EXPECT_EQ(app->job_at(0)->capture_start.track, -50);
+    EXPECT_EQ(app->job_at(0)->out_point.track, -1);
+    EXPECT_EQ(e.rows()[0], (std::vector<std::string>{"A", "4294967246", "4294967295"}));
+}
+
+TEST(SceneListEditor, CancelledEditLeavesTheRow) {
+    UiRig rig;
+    log_abc(rig);
+    Editor e(rig);
+    e.select({2});
+    const auto before = e.rows();
+    rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
+        host.control(dlg, 503).text = "changed";
+        host.command(dlg, IDCANCEL);
+    });
+    rig.host.command(e.window, 109);
+    EXPECT_EQ(e.rows(), before);
+    EXPECT_EQ(app->job_at(2)->name, "C");
+}
+
+TEST(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
+    UiRig rig;
+    log_abc(rig);
+    Editor e(rig);
+    e.select({1});
+    rig.host.command(e.window, 402);
+    ASSERT_EQ(app->jobs->size(), 2u);
+    EXPECT_EQ(app->job_at(0)->name, "A");
+    EXPECT_EQ(app->job_at(1)->name, "C");
+    EXPECT_EQ(e.rows(), (std::vector<std::vector<std::string>>{
+                            {"A", "00:01:00:00", "00:01:00:00"},
+                            {"C", "00:25:00:00", "00:25:00:00"},
+                        }));
+    // With two rows selected, the first counts.
+    e.select({0, 1});
+    rig.host.command(e.window, 402);
+    ASSERT_EQ(app->jobs->size(), 1u);
+    EXPECT_EQ(app->job_at(0)->name, "C");
+    EXPECT_EQ(e.rows().size(), 1u);
+}
+
+TEST(SceneListEditor, NothingSelectedAsksForAnEntry) {
+    UiRig rig;
+    log_abc(rig);
+    Editor e(rig);
+    rig.host.command(e.window, 109);
+    rig.host.command(e.window, 402);
+    e.double_click();
+    const std::string ask = "You need to select an entry (4)";
+    EXPECT_EQ(rig.messages(), (std::vector<std::string>{ask, ask, ask}));
+    EXPECT_EQ(app->jobs->size(), 3u);
+    EXPECT_EQ(rig.host.count("dialog_box(504"), 0u);
+}
+
+TEST(SceneListEditor, OnlyOkCloses) {
+    UiRig rig;
+    Editor e(rig);
+    rig.host.command(e.window, IDCANCEL);
+    rig.host.send(e.window, wm::close);
+    NotifyHeader end_edit{nullptr, 401, -106};  // end of an in-place label edit
+    rig.host.send(e.window, wm::notify, 401, reinterpret_cast<LParam>(&end_edit));
+    EXPECT_FALSE(rig.host.ended(e.window));
+    rig.host.command(e.window, IDOK);
+    EXPECT_TRUE(rig.host.ended(e.window));
+    EXPECT_EQ(rig.host.end_code(e.window), 1);
+}
+
+TEST(SceneListEditor, RecordWithAnEmptyListStartsNothing) {
+    UiRig rig;
+    Editor e(rig);
+    const std::size_t mark = rig.media.ledger.calls.size();
+    rig.host.command(e.window, 108);
+    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Specify a start point first (2)"});
+    EXPECT_EQ(rig.host.count("dialog_box(600"), 0u);
+    EXPECT_TRUE(rig.media_since(mark, "").empty());
+}
+
+TEST(TaskDialog, ShowsTracksUnsignedAndStoresStartLessPreroll) {
+    UiRig rig;
+    rig.add_scenes({{"kestrel 001", 120}});
+    CapJob* job = app->job_at(0);
+    job->out_point.clear();
+    app->preroll = 25;
+    rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
+        EXPECT_EQ(host.text(dlg, 503), "kestrel 001");
+        EXPECT_EQ(host.text(dlg, 501), "120");
+        EXPECT_EQ(host.text(dlg, 502), "0");
+        host.command(dlg, IDOK);
+    });
+    EXPECT_TRUE(job->edit(nullptr));
+    EXPECT_EQ(job->in_point.track, 120);
+    EXPECT_EQ(job->capture_start.track, 95);
+    EXPECT_EQ(job->out_point.track, 0);
+    // Only tracks and the name change; the timecode parts stay as read.
+    EXPECT_EQ(job->capture_start.minutes, 0);
+
+    job->in_point.track = -1;
+    rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
+        EXPECT_EQ(host.text(dlg, 501), "4294967295");
+        host.command(dlg, IDCANCEL);
+    });
+    EXPECT_FALSE(job->edit(nullptr));
+    EXPECT_EQ(job->in_point.track, -1);
+}
+
+TEST(TaskDialog, EmptyNameKeepsItOpenAndEmptyBoxesReadZero) {
+    UiRig rig;
+    rig.add_scenes({{"x", 500}});
+    CapJob* job = app->job_at(0);
+    CapTaskDialog task(job);
+    WindowHandle dlg = open_dialog(rig.host, task, IDD_TASK);
+    rig.host.control(dlg, 503).text = "";
+    rig.host.command(dlg, IDOK);
+    EXPECT_FALSE(rig.host.ended(dlg));
+    EXPECT_TRUE(rig.messages().empty());
+    EXPECT_EQ(job->name, "x");
+    rig.host.send(dlg, wm::close);  // the close box does nothing
+    EXPECT_FALSE(rig.host.ended(dlg));
+    rig.host.control(dlg, 503).text = "y";
+    rig.host.control(dlg, 501).text = "";
+    rig.host.control(dlg, 502).text = "";
+    rig.host.command(dlg, IDOK);
+    EXPECT_TRUE(rig.host.ended(dlg));
+    EXPECT_EQ(rig.host.end_code(dlg), 1);
+    EXPECT_EQ(job->name, "y");
+    EXPECT_EQ(job->in_point.track, 0);
+    EXPECT_EQ(job->out_point.track, 0);
+    EXPECT_TRUE(rig.host.template_misses.empty());
+}
