@@ -103,6 +103,14 @@ class CapApp {
   private:
     // Finds the capture pin's dropped-frames interface of the graph just built.
     void find_dropped_frames();
+    // Ends the capture of the current file: a DV VCR's tape stops (the graph then runs
+    // dry), any other source's graph stops.
+    void stop_capture();
+    // The tail of every DV capture start: the graph writing `path`, its counters, the
+    // picture in `pane`, the tape playing and the graph running.
+    void run_dv_capture(const std::string& path, WindowHandle pane);
+    // `output_directory` joined with `file_name` by the platform's separator.
+    std::string output_path(const std::string& file_name);
 
     // Bound last, after every field holds its default. The destructor resets them
     // itself, after the owned objects, in the reverse order of binding.

@@ -1,0 +1,31 @@
+// The steps that single recordings, batch scenes and detected scenes share.
+#include "app/capapp.h"
+
+void CapApp::stop_capture() {
+    if (dv_vcr()) {
+        dv->stop();
+    } else {
+        win->stop();
+    }
+}
+
+void CapApp::run_dv_capture(const std::string& path, WindowHandle pane) {
+    graph->set_output_file(path);
+    if (dv_type2 != 0) {
+        graph->build_dv_type2_capture();
+    } else {
+        graph->build_dv_type1_capture();
+    }
+    find_dropped_frames();
+    win->attach(pane, graph->graph.get());
+    if (dv_vcr()) {
+        dv->play();
+    }
+    win->run();
+}
+
+std::string CapApp::output_path(const std::string& file_name) {
+    // No check whether the folder already ends in a separator: a doubled one is
+    // accepted by the file system.
+    return output_directory + platform.system.folder_separator() + file_name;
+}
