@@ -89,8 +89,14 @@ void CapRegValue::read_text(std::string& out, const std::string& default_text) {
         out = default_text;
         return;
     }
-    // Up to the first zero byte or the end of the data, whichever comes first.
-    out.assign(buffer, strnlen(buffer, got));
+    // Up to the first zero byte or the end of the data, whichever comes first. A text
+    // that fills the whole buffer leaves no room for its end and is not taken.
+    const std::size_t length = strnlen(buffer, got);
+    if (length >= text_buffer_size) {
+        out = default_text;
+        return;
+    }
+    out.assign(buffer, length);
 }
 
 void CapRegValue::write(const void* bytes, std::uint32_t size, RegType type) {
