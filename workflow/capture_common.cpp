@@ -2,7 +2,8 @@
 #include "app/capapp.h"
 
 void CapApp::stop_capture() {
-    if (dv_vcr()) {
+    // A deck already let go of (a failed reconnect) has no transport left to stop.
+    if (dv_vcr() && dv->attached()) {
         dv->stop();
     } else {
         win->stop();

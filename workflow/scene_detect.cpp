@@ -60,7 +60,8 @@ void CapApp::next_scene_file(std::string& out) {
 
 bool CapApp::scene_step(const Timecode& tc, std::string& new_file) {
     CAP_ASSERT(inbatch);
-    if (!callback->aborted) {
+    // Without an attached deck (a failed reconnect) nothing can play: the capture ends.
+    if (!callback->aborted && dv->attached()) {
         long playing = 0;
         (void)dv->transport()->get_status(media::ED_MODE_PLAY, &playing);
         if (playing == media::OATRUE) {

@@ -183,3 +183,12 @@ TEST(SceneDetectDeathTest, StartingTwiceOrSteppingOutsideACaptureIsAProgrammingE
     EXPECT_DEATH(rig.begin(), "!inbatch");
     rig.a.inbatch = false;
 }
+
+TEST(SceneDetect, AStepAfterTheDeckWasLetGoOfEndsTheCaptureQuietly) {
+    SceneRig rig;
+    rig.begin();
+    rig.a.disconnect();  // as a reconnect that failed half-way leaves it
+    std::string new_file;
+    EXPECT_FALSE(rig.a.scene_step(tc(0, 10, 0, 5), new_file));
+    EXPECT_FALSE(rig.a.inbatch);
+}
