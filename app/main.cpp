@@ -225,9 +225,11 @@ class SelfTestDriver {
 
 int main(int argc, char** argv) {
     // Everything the exit handler touches must outlive main's return: statics, built
-    // before cap_main registers the handler, are destroyed only after it has run.
+    // before cap_main registers the handler, are destroyed only after it has run. Qt
+    // itself and its widgets are never destroyed: Qt's own globals are torn down before
+    // ours at exit, and a QApplication or widget destroyed after them crashes.
     static int qt_argc = argc;
-    static QApplication qt(qt_argc, argv);
+    new QApplication(qt_argc, argv);
     QApplication::setApplicationName(QStringLiteral("Kestrel Capture"));
     QApplication::setStyle(QStringLiteral("Fusion"));
 
@@ -236,7 +238,7 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    static kc::qt::QtDialogHost host(kc::qt::HostOptions{art_dirs()});
+    auto& host = *new kc::qt::QtDialogHost(kc::qt::HostOptions{art_dirs()});
     static PosixSystemServices system;
     static PosixSettingsStore settings(PosixSettingsStore::default_file());
     static std::unique_ptr<media::MediaFactory> media = kc::program::make_media_factory(host, host);
