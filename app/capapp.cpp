@@ -62,18 +62,20 @@ CapApp::~CapApp() {
 }
 
 void CapApp::connect() {
-    graph->source = graph->get_filter(media::DeviceCategory::video_input, video_device);
-    CAP_ASSERT(graph->source.valid());
-    graph->add_filter(graph->source.get());
+    ComPtr<media::BaseFilter>& source = graph->source;
+    source = graph->get_filter(media::DeviceCategory::video_input, video_device);
+    CAP_ASSERT(source.valid());
+    graph->add_filter(source.get());
 
-    source_is_dv = is_dv(graph->source.get());
+    source_is_dv = is_dv(source.get());
     if (source_is_dv) {
-        dv->attach(graph->source.get());
+        dv->attach(source.get());
         dv_mode = dv->query_dv_mode();
     } else {
-        graph->audio_source = graph->get_filter(media::DeviceCategory::audio_input, audio_device);
-        CAP_ASSERT(graph->audio_source.valid());
-        graph->add_filter(graph->audio_source.get());
+        ComPtr<media::BaseFilter>& audio_source = graph->audio_source;
+        audio_source = graph->get_filter(media::DeviceCategory::audio_input, audio_device);
+        CAP_ASSERT(audio_source.valid());
+        graph->add_filter(audio_source.get());
         dv_mode = 0;
     }
 }

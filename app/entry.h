@@ -24,6 +24,12 @@ CapRuntime& process_runtime();
 // with -1 through `runtime` when the platform cannot be prepared (no handler
 // registered, nothing written) or start-up fails (the exit handler still writes the
 // settings of an application object that exists). Runs on the user-interface thread.
+//
+// The exit handler runs after main has returned, so `platform` and everything behind
+// it must outlive main's locals: construct them (function-local statics will do) before
+// calling cap_main, so that they are destroyed only after the handler has run. At that
+// moment the main window is gone and the preview window still lets go of its pane, so
+// the dialog host must take calls on a destroyed window's handle as harmless.
 int cap_main(CapPlatform& platform, CapRuntime& runtime);
 
 // Destroys the application object, which writes the settings back, and releases the
