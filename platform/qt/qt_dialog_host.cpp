@@ -1042,9 +1042,12 @@ void QtDialogHost::delete_bitmap(BitmapHandle bitmap) {
 
 IconHandle QtDialogHost::load_icon(int id) {
     QIcon icon;
+    const QStringList names{QStringLiteral("%1.svg").arg(id), QStringLiteral("%1.png").arg(id),
+                            QStringLiteral("kestrel-capture.svg"),
+                            QStringLiteral("kestrel-capture.png")};
     for (const std::string& dir : options.art_dirs) {
-        for (const QString& ext : {QStringLiteral("svg"), QStringLiteral("png")}) {
-            const QString path = qstr(dir) + QStringLiteral("/%1.%2").arg(id).arg(ext);
+        for (const QString& name : names) {
+            const QString path = qstr(dir) + QLatin1Char('/') + name;
             if (icon.isNull() && QFile::exists(path)) {
                 icon = QIcon(path);
             }

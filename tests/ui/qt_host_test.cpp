@@ -7,6 +7,7 @@
 #include <QAbstractButton>
 #include <QImage>
 #include <QLabel>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QWidget>
 #include <atomic>
@@ -396,6 +397,54 @@ TEST_F(QtHostTest, TimersStopWithKillTimerAndWithTheirWindow) {
     QTest::qWait(20);
     EXPECT_GE(host.tick_count() - t0, 20u);
     EXPECT_EQ(p.count(wm::timer, 2), 5);  // gone with the window
+}
+
+}  // namespace
+
+namespace {
+
+TEST(QtHostArt, BitmapsAndIconComeFromTheArtFoldersElseFromLabelledStandIns) {
+    qt_test_app();
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    QImage skin(660, 600, QImage::Format_RGB32);
+    skin.fill(QColor(10, 200, 30));
+    ASSERT_TRUE(skin.save(dir.path() + "/153.png"));
+    QPixmap icon(32, 32);
+    icon.fill(Qt::blue);
+    ASSERT_TRUE(icon.save(dir.path() + "/kestrel-capture.png"));
+
+    QtDialogHost host(kc::qt::HostOptions{{dir.path().toStdString()}});
+    BitmapHandle found = host.load_bitmap(IDB_SKIN, false);
+    ASSERT_NE(found, nullptr);
+    EXPECT_TRUE(host.has_art(IDB_SKIN));
+    // Not on disk, but in the skin tables: a stand-in at the table's size.
+    BitmapHandle stand_in = host.load_bitmap(145, false);
+    ASSERT_NE(stand_in, nullptr);
+    EXPECT_FALSE(host.has_art(145));
+    int w = 0;
+    int h = 0;
+    ASSERT_TRUE(host.bitmap_size(stand_in, w, h));
+    EXPECT_EQ(QSize(w, h), QSize(62, 41));
+    // Neither on disk nor in the tables: nothing.
+    EXPECT_EQ(host.load_bitmap(4321, false), nullptr);
+    EXPECT_FALSE(host.bitmap_size(nullptr, w, h));
+
+    Probe p;
+    probe = &p;
+    p.host = &host;
+    host.set_dialog_shown_hook([&](WindowHandle d, int) {
+        auto* label = host.widget(d)->findChild<QLabel*>();
+        ASSERT_NE(label, nullptr);
+        EXPECT_EQ(label->pixmap().toImage().pixelColor(5, 5), QColor(10, 200, 30));
+        host.set_big_icon(d, host.load_icon(IDI_MAIN));
+        EXPECT_FALSE(host.widget(d)->windowIcon().isNull());
+        host.end_dialog(d, 0);
+    });
+    host.dialog_box(IDD_MAIN, nullptr, &recording_proc, IDD_MAIN);
+    probe = nullptr;
+    host.delete_bitmap(found);
+    host.delete_bitmap(stand_in);
 }
 
 }  // namespace
