@@ -1,6 +1,13 @@
 #!/usr/bin/env bash
 # Builds Kestrel Capture and runs it. Without a camcorder it runs on the virtual DV deck
-# with the generated demo tape; without a display it runs under a virtual X server.
+# with the generated demo tape.
+#
+# With a display, the program starts for a person to use. Without one (a server, CI) it
+# runs under a virtual X server and drives its own window: it plays the demo tape, saves a
+# screenshot of the main window, captures with scene detection for CAPTURE_SECONDS
+# (default 20), quits, and then the files written are listed with their durations.
+#   CAPTURE_MODE=record   a single recording instead of scene detection
+#   RUN_DIR=...           where captures, settings and the screenshot go
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,7 +21,46 @@ if [ ! -x "$program" ]; then
   exit 1
 fi
 export KESTREL_VIRTUAL_DECK=${KESTREL_VIRTUAL_DECK:-demo}
-if [ -z "${DISPLAY:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1280x1024x24" "$program" "$@"
+if [ -n "${DISPLAY:-}" ]; then
+  exec "$program" "$@"
 fi
-exec "$program" "$@"
+
+# --- Unattended run under Xvfb --------------------------------------------------------
+seconds=${CAPTURE_SECONDS:-20}
+run_dir=$(realpath -m "${RUN_DIR:-build/release/self-test}")
+captures=$run_dir/captures
+screenshot=$run_dir/main-window.png
+rm -rf "$captures"
+mkdir -p "$captures" "$run_dir/config"
+# A settings file of this run's own: the user's settings are not touched, and the file
+# shows that the program writes its settings at exit.
+export XDG_CONFIG_HOME=$run_dir/config
+mode=(--scenes)
+[ "${CAPTURE_MODE:-scenes}" = record ] && mode=()
+
+echo "run: no display; running under Xvfb on the virtual deck ($KESTREL_VIRTUAL_DECK)," \
+     "capturing for $seconds s"
+status=0
+xvfb-run -a -s "-screen 0 1280x1024x24" \
+  "$program" --self-test-capture "$seconds" "${mode[@]}" \
+  --output "$captures" --screenshot "$screenshot" "$@" || status=$?
+echo "run: the program ended with exit code $status"
+
+echo "run: files written to $captures:"
+found=0
+while IFS= read -r -d '' file; do
+  found=$((found + 1))
+  duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$file" \
+             2>/dev/null || true)
+  streams=$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$file" 2>/dev/null \
+            | paste -sd, - || true)
+  printf '  %-40s %10s bytes  %8s s  [%s]\n' "$(basename "$file")" "$(stat -c %s "$file")" \
+         "${duration:-?}" "${streams:-unreadable}"
+done < <(find "$captures" -maxdepth 1 -type f -iname '*.avi' -print0 | sort -z)
+[ "$found" -eq 0 ] && echo "  (none)"
+[ -f "$screenshot" ] && echo "run: screenshot of the main window: $screenshot"
+settings_file=$XDG_CONFIG_HOME/larkspur/kestrel_cap.reg
+[ -f "$settings_file" ] && echo "run: settings written at exit: $settings_file"
+if [ "$status" -ne 0 ] || [ "$found" -eq 0 ]; then
+  exit 1
+fi
