@@ -251,6 +251,7 @@ LResult QtDialogHost::dialog_box(int template_id, WindowHandle parent, DialogPro
     // the texts inside the controls laid out for it.
     QFont font(QStringLiteral("DejaVu Sans"));
     font.setPixelSize(11);
+    font.setStretch(QFont::Condensed);
     w->setFont(font);
     const DialogUnits du = DialogUnits::for_font(t->font, t->font_points);
     w->setFixedSize(du.x(t->cx), du.y(t->cy));

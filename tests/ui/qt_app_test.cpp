@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
+#include <QCheckBox>
 #include <QLineEdit>
 #include <QTest>
 #include <QTimer>
@@ -89,7 +90,10 @@ struct QtAppRig {
     void click(WindowHandle d, int id) {
         QWidget* w = widget(d, id);
         ASSERT_NE(w, nullptr) << id;
-        QTest::mouseClick(w, Qt::LeftButton, {}, QPoint(w->width() / 2, w->height() / 2));
+        // A check box takes clicks on its box and label only, so it is clicked at its box.
+        const bool check = qobject_cast<QCheckBox*>(w) != nullptr;
+        QTest::mouseClick(w, Qt::LeftButton, {},
+                          QPoint(check ? 6 : w->width() / 2, w->height() / 2));
     }
     // Quits the main window once every dialog over it has gone.
     void quit_when_back(WindowHandle main) {
