@@ -1,10 +1,13 @@
 #include "platform/avc/bus.h"
 
-#include <libavc1394/avc1394.h>
 #include <libavc1394/rom1394.h>
 #include <libraw1394/raw1394.h>
 
 #include <cerrno>
+
+#include "platform/avc/raw1394_channel.h"
+#include "platform/avc/vcr.h"
+#include "platform/media.h"
 
 namespace kc::avc {
 namespace {
@@ -33,9 +36,15 @@ bool read_unit(raw1394handle_t handle, int node, UnitInfo& unit) {
         return false;
     }
     // Only an AV/C unit understands SUBUNIT INFO; asking others would wait for nothing.
-    unit.tape_subunit = avc1394_check_subunit_type(handle, id, AVC1394_SUBUNIT_TYPE_VCR) != 0;
-    unit.camera_subunit =
-        avc1394_check_subunit_type(handle, id, AVC1394_SUBUNIT_TYPE_VIDEO_CAMERA) != 0;
+    // Page 0 holds the first four subunit types, which is where tape and camera are.
+    const Frame query = vcr::subunit_info_query();
+    Frame response;
+    long type = 0;
+    if (succeeded(fcp_transaction(handle, node, query, response)) &&
+        succeeded(vcr::decode_subunit_info(query, response, type))) {
+        unit.tape_subunit = type == media::ED_DEVTYPE_VCR;
+        unit.camera_subunit = type == media::ED_DEVTYPE_CAMERA;
+    }
     return true;
 }
 

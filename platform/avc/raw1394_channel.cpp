@@ -16,6 +16,33 @@ HRESULT errno_or(int fallback) {
 }
 }  // namespace
 
+HRESULT fcp_transaction(raw1394_handle* handle, int node, std::span<const std::uint8_t> command,
+                        Frame& response) {
+    if (command.empty() || command.size() > max_frame_bytes) {
+        return E_INVALIDARG;
+    }
+    // libavc1394 takes the frame as host-order quadlets, the first byte in the top
+    // eight bits, and pads it with zeros to a whole quadlet as FCP requires.
+    quadlet_t request[max_frame_bytes / 4] = {};
+    for (std::size_t i = 0; i < command.size(); ++i) {
+        request[i / 4] |= static_cast<quadlet_t>(command[i]) << (8 * (3 - i % 4));
+    }
+    const int quadlets = static_cast<int>((command.size() + 3) / 4);
+    errno = 0;
+    // An AV/C response is as long as its command (status operands come back filled in),
+    // and that is how much of libavc1394's response buffer is ours.
+    const quadlet_t* answer = avc1394_transaction_block(handle, static_cast<nodeid_t>(node),
+                                                        request, quadlets, transaction_retries);
+    if (answer == nullptr) {
+        return errno_or(ETIMEDOUT);
+    }
+    response.assign(static_cast<std::size_t>(quadlets) * 4, 0);
+    for (std::size_t i = 0; i < response.size(); ++i) {
+        response[i] = static_cast<std::uint8_t>(answer[i / 4] >> (8 * (3 - i % 4)));
+    }
+    return S_OK;
+}
+
 Raw1394Channel::Raw1394Channel(std::uint64_t guid) : guid_(guid) {}
 
 Raw1394Channel::~Raw1394Channel() {
@@ -75,29 +102,12 @@ HRESULT Raw1394Channel::transact(std::span<const std::uint8_t> command, Frame& r
             return hr;
         }
     }
-    // libavc1394 takes the frame as host-order quadlets, the first byte in the top
-    // eight bits, and pads it with zeros to a whole quadlet as FCP requires.
-    quadlet_t request[max_frame_bytes / 4] = {};
-    for (std::size_t i = 0; i < command.size(); ++i) {
-        request[i / 4] |= static_cast<quadlet_t>(command[i]) << (8 * (3 - i % 4));
-    }
-    const int quadlets = static_cast<int>((command.size() + 3) / 4);
-    errno = 0;
-    // An AV/C response is as long as its command (status operands come back filled in),
-    // and that is how much of libavc1394's response buffer is ours.
-    const quadlet_t* answer = avc1394_transaction_block(handle_, static_cast<nodeid_t>(node_),
-                                                        request, quadlets, transaction_retries);
-    if (answer == nullptr) {
-        const HRESULT hr = errno_or(ETIMEDOUT);
+    const HRESULT hr = fcp_transaction(handle_, node_, command, response);
+    if (failed(hr)) {
         // Look the unit up again next time: a bus reset may have moved it.
         close();
-        return hr;
     }
-    response.assign(static_cast<std::size_t>(quadlets) * 4, 0);
-    for (std::size_t i = 0; i < response.size(); ++i) {
-        response[i] = static_cast<std::uint8_t>(answer[i / 4] >> (8 * (3 - i % 4)));
-    }
-    return S_OK;
+    return hr;
 }
 
 }  // namespace kc::avc

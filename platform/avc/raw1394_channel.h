@@ -12,6 +12,12 @@ struct raw1394_handle;
 
 namespace kc::avc {
 
+// One FCP transaction with `node` through an open libraw1394 handle: the frame goes out
+// unchanged, padded to whole quadlets, and the response comes back as long as the
+// command. ETIMEDOUT (or the errno of the failed write) when no response came.
+HRESULT fcp_transaction(raw1394_handle* handle, int node, std::span<const std::uint8_t> command,
+                        Frame& response);
+
 class Raw1394Channel final : public AvcChannel {
   public:
     explicit Raw1394Channel(std::uint64_t guid);

@@ -18,6 +18,7 @@ struct UnitInfo {
     std::uint32_t unit_sw_version = 0;
     // The ROM's textual leaves in ROM order: usually the vendor, then the model.
     std::vector<std::string> labels;
+    // From SUBUNIT INFO: a tape subunit, or (without one) a camera subunit.
     bool tape_subunit = false;
     bool camera_subunit = false;
 };
