@@ -120,6 +120,7 @@ long ed_mode(TransportState state) {
                     return media::ED_MODE_STOP;
             }
         case op_record:
+            // RECORD PAUSE, and the insert-edit pauses 0x40 to 0x43.
             return (state.operand & 0xF0) == 0x40 || state.operand == record_pause
                        ? media::ED_MODE_FREEZE
                        : media::ED_MODE_RECORD;
@@ -132,7 +133,10 @@ long ed_mode(TransportState state) {
 }
 
 bool is_playing(TransportState state) {
-    return state.opcode == op_play && ed_mode(state) != media::ED_MODE_FREEZE;
+    // Paused, or caught between the frames of a step, the picture stands still.
+    const long mode = ed_mode(state);
+    return state.opcode == op_play && mode != media::ED_MODE_FREEZE &&
+           mode != media::ED_MODE_STEP_FWD && mode != media::ED_MODE_STEP_REV;
 }
 
 bool is_recording(TransportState state) {

@@ -61,6 +61,7 @@ Frame transport_state_query();
 HRESULT decode_transport_state(const Frame& query, const Frame& response, TransportState& out);
 // The ED_MODE_* value of a state; 0 for a state with no such value.
 long ed_mode(TransportState state);
+// Moving forward or back at some speed: not paused, not between the frames of a step.
 bool is_playing(TransportState state);
 bool is_recording(TransportState state);
 

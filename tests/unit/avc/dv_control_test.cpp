@@ -135,14 +135,15 @@ TEST_F(DvControlTest, TransportStateReadsAsModes) {
         {0xC3, 0x6D, media::ED_MODE_FREEZE, media::OAFALSE},
         {0xC3, 0x3F, media::ED_MODE_PLAY_FASTEST_FWD, media::OATRUE},
         {0xC3, 0x4F, media::ED_MODE_PLAY_FASTEST_REV, media::OATRUE},
-        {0xC3, 0x30, media::ED_MODE_STEP_FWD, media::OATRUE},
-        {0xC3, 0x40, media::ED_MODE_STEP_REV, media::OATRUE},
+        {0xC3, 0x30, media::ED_MODE_STEP_FWD, media::OAFALSE},
+        {0xC3, 0x40, media::ED_MODE_STEP_REV, media::OAFALSE},
         {0xC4, 0x60, media::ED_MODE_STOP, media::OAFALSE},
         {0xC4, 0x75, media::ED_MODE_FF, media::OAFALSE},
         {0xC4, 0x65, media::ED_MODE_REW, media::OAFALSE},
         {0xC4, 0x45, media::ED_MODE_REW, media::OAFALSE},
         {0xC2, 0x75, media::ED_MODE_RECORD, media::OAFALSE},
         {0xC2, 0x7D, media::ED_MODE_FREEZE, media::OAFALSE},
+        {0xC2, 0x41, media::ED_MODE_FREEZE, media::OAFALSE},  // insert-edit pause
         {0xC1, 0x60, media::ED_MODE_STOP, media::OAFALSE},
     };
     for (const auto& c : cases) {
