@@ -1,0 +1,227 @@
+// VirtualVcr: a DV VCR simulated over a tape image.
+//
+// The tape position is a frame index, kept in thousandths of a frame so that winding can
+// pass between frames. Position p (0 <= p <= frame_count) shows frame floor(p); p equal to
+// frame_count is just past the last recorded frame, off the tape: nothing can be read
+// there. Timecode and user bits come from the tape's index; the absolute track number of
+// a position is its frame times the tracks per frame (10 on 525-60, 12 on 625-50).
+//
+// Transport, with the mode values the device reports (the DV device-control table):
+//   play 4296           forward at the frame rate, with picture; stops at the tape's end
+//   stop 4297           still, no picture
+//   freeze 4298         pause: still, the current frame's picture repeated
+//   fast forward 4300   wind forward at wind_speed times play speed, no picture
+//   rewind 4301         wind back likewise; both stop at the tape's ends
+//   step fwd 4304       one frame forward, then hold that frame still; reported until the
+//   step rev 4905       next command (one frame back likewise)
+//   fastest fwd 5029    picture search at fastest_play_speed times play speed
+//   fastest rev 5031    likewise backwards
+// A seek by absolute track number winds (reported as 4300 or 4301) to the track's frame
+// and then pauses there. The seek returns as soon as it is accepted; a play or pause that
+// arrives while it winds is kept and done on arrival, as a deck with a locate function
+// does, so that "seek, then play" plays from the sought frame. Other commands end the
+// seek where the tape is.
+//
+// Frames. While a mode with picture runs, one frame falls due every frame period, measured
+// from the moment the mode began. A streaming thread takes them with fetch_frame or
+// wait_frame; between start_stream and stop_stream, a frame that falls due while the
+// previous one has not been taken is lost, as on a FireWire bus, and counted as dropped
+// (outside a stream nobody is there to miss it). In the unpaced mode (benchmarks, fast
+// tests) frames do not wait for the clock: each fetch gives the next frame at once and
+// moves a playing tape on by one frame (picture search: by its speed).
+//
+// Faults a test can switch on: the device disappears (every call fails with
+// device_lost_error and fetches report it), the timecode cannot be read, seeks fail, and
+// frames are dropped (every n-th due frame, or the next n).
+//
+// Thread safety: every operation may be called from any thread; one lock guards the
+// state. Frames are copied from the tape outside the lock.
+#pragma once
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "deck/clock.h"
+#include "deck/tape_image.h"
+#include "platform/result.h"
+
+namespace kc::deck {
+
+enum class TransportMode : long {
+    play = 4296,
+    stop = 4297,
+    freeze = 4298,
+    fast_forward = 4300,
+    rewind = 4301,
+    step_forward = 4304,
+    step_reverse = 4905,
+    fastest_forward = 5029,
+    fastest_reverse = 5031,
+};
+
+enum class Pacing { real_time, unpaced };
+
+struct VcrOptions {
+    // Multiples of play speed. A MiniDV deck winds a 60-minute tape in about two minutes.
+    int wind_speed = 30;
+    int fastest_play_speed = 10;
+    Pacing pacing = Pacing::real_time;
+};
+
+struct VcrFaults {
+    bool device_lost = false;
+    bool timecode_unreadable = false;
+    bool seek_fails = false;
+    // Every n-th frame that falls due is dropped; 0 drops none.
+    int drop_every_n_frames = 0;
+};
+
+struct FrameCounters {
+    std::int64_t delivered = 0;
+    std::int64_t dropped = 0;
+};
+
+// What the transport is doing, for status displays and tests.
+struct VcrState {
+    TransportMode mode = TransportMode::stop;
+    // Thousandths of a frame; frame_count * 1000 is off the tape's end.
+    std::int64_t position_mf = 0;
+    bool seeking = false;
+    bool picture = false;
+    std::int64_t frame() const { return position_mf / 1000; }
+};
+
+enum class FetchStatus {
+    frame,        // a frame was taken
+    not_due,      // the next frame is not due yet (picture running)
+    no_picture,   // the transport gives no picture (stopped, winding, off the tape)
+    device_lost,  // the device has gone
+    cancelled,    // wait_frame only: cancel_waits was called
+};
+
+struct FetchedFrame {
+    std::int64_t tape_frame = 0;
+    // Clock time at which the frame fell due: its presentation time.
+    std::int64_t due_ms = 0;
+    TransportMode mode = TransportMode::play;
+};
+
+// The result every call gives while the device is lost: "no such device".
+inline constexpr HRESULT device_lost_error = hresult_from_errno(ENODEV);
+
+class VirtualVcr {
+  public:
+    // The deck starts stopped at the beginning of the tape. `clock` must outlive it.
+    VirtualVcr(std::shared_ptr<const TapeImage> tape, const Clock& clock, VcrOptions options = {});
+
+    const TapeImage& tape() const { return *tape_; }
+    DvSystem system() const { return tape_->system(); }
+    const VcrOptions& options() const { return options_; }
+
+    // ---- Transport -------------------------------------------------------------------
+    // Puts the transport into one of the modes above. E_NOTIMPL for any other value (no
+    // recording: this deck only plays); device_lost_error while the device is lost.
+    HRESULT set_mode(long mode);
+    // The mode value the device reports now.
+    HRESULT get_mode(long& mode);
+    // True while the tape plays at normal speed (not while a seek winds towards a play).
+    HRESULT get_playing(bool& playing);
+    // Winds to the frame of absolute track `track` (negative: the start; past the end: off
+    // the tape's end) and pauses there. E_FAIL when the seek fault is on.
+    HRESULT seek_track(std::int64_t track);
+    // One AV/C command frame as the device-control layer sends it. Only the 8-byte
+    // ABSOLUTE TRACK NUMBER control command is understood (00 20 52 20 t0 t1 t2 FF, where
+    // t0..t2 hold the track number shifted left by one, low byte first): it seeks. Other
+    // frames give E_NOTIMPL, a frame of the wrong length E_INVALIDARG.
+    HRESULT avc_command(std::span<const std::uint8_t> frame);
+
+    // Timecode (packed BCD) and user bits at the current position. E_FAIL when there is no
+    // timecode there (off the tape, unrecorded) or the timecode fault is on.
+    HRESULT read_timecode(BcdTimecode& timecode, std::uint32_t& user_bits);
+    // Absolute track number at the current position (the first track of its frame);
+    // E_FAIL off the tape.
+    HRESULT read_track(std::int64_t& track);
+
+    VcrState state();
+
+    // ---- Frames ------------------------------------------------------------------------
+    // Takes the frame due now, if any, into `out` (resized to the frame size). With
+    // not_due, `next_due_ms` (if given) receives when the next frame falls due.
+    FetchStatus fetch_frame(std::vector<std::uint8_t>& out, FetchedFrame& info,
+                            std::int64_t* next_due_ms = nullptr);
+    // Like fetch_frame, but blocks until a frame is taken, the device is lost,
+    // cancel_waits is called, or `max_wait_ms` of clock time pass (then not_due or
+    // no_picture).
+    FetchStatus wait_frame(std::vector<std::uint8_t>& out, FetchedFrame& info,
+                           std::int64_t max_wait_ms);
+    // Makes every wait_frame blocked now return cancelled (a streaming thread being shut).
+    void cancel_waits();
+    // A consumer begins or ends taking every frame: frames it misses in between count as
+    // dropped. Frames already due when the stream begins are not counted.
+    void start_stream();
+    void stop_stream();
+
+    FrameCounters counters();
+    void reset_counters();
+
+    // ---- Faults ------------------------------------------------------------------------
+    // A device that comes back after being lost is stopped where its tape was.
+    void set_faults(const VcrFaults& faults);
+    VcrFaults faults();
+    // Drops the next `count` frames that fall due.
+    void drop_next_frames(int count);
+
+  private:
+    enum class Fetch { frame, not_due, no_picture, device_lost };
+    struct Motion {
+        int direction = 0;  // -1, 0, +1
+        int speed = 0;      // multiples of play speed
+        bool picture = false;
+    };
+
+    std::int64_t end_mf() const { return tape_->frame_count() * 1000; }
+    bool fetch_driven() const;
+    std::int64_t position_at(std::int64_t t_ms) const;
+    void advance(std::int64_t now_ms);
+    void begin(TransportMode mode, Motion motion, std::int64_t now_ms);
+    void arrive(std::int64_t position_mf, std::int64_t t_ms);
+    std::int64_t tick_time(std::int64_t k) const;
+    Fetch take_due(FetchedFrame& info, std::int64_t* next_due_ms);
+    FetchStatus copy_frame(const FetchedFrame& info, std::vector<std::uint8_t>& out);
+
+    std::shared_ptr<const TapeImage> tape_;
+    const Clock& clock_;
+    const VcrOptions options_;
+    const FrameRate rate_;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+
+    TransportMode mode_ = TransportMode::stop;
+    Motion motion_;
+    // The current motion began at t0_ms_ from pos0_mf_; unpaced picture motion counts the
+    // frames taken instead of time.
+    std::int64_t t0_ms_ = 0;
+    std::int64_t pos0_mf_ = 0;
+    std::int64_t taken_ = 0;
+    std::optional<std::int64_t> seek_target_mf_;
+    TransportMode after_seek_ = TransportMode::freeze;
+    // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
+    // not yet taken or lost.
+    std::int64_t next_tick_ = 0;
+
+    VcrFaults faults_;
+    int drop_next_ = 0;
+    std::int64_t due_seen_ = 0;
+    bool streaming_ = false;
+    FrameCounters counters_;
+    std::uint64_t wait_generation_ = 0;
+};
+
+}  // namespace kc::deck
