@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 namespace kc::avi {
 
@@ -460,12 +461,11 @@ std::error_code DvAviWriter::finish_part() {
             b.u32(static_cast<std::uint32_t>(entry.data_offset - part.movi_offset));
             b.u32(entry.size);  // bit 31 clear: every DV frame is a key frame
         }
-        const Bytes pieces[] = {ix};
-        if (auto e = output_->append(pieces)) {
+        const std::uint64_t at = end_;
+        if (auto e = append_index(ix)) {
             return e;
         }
-        super.push_back({end_, static_cast<std::uint32_t>(ix.size()), duration});
-        end_ += ix.size();
+        super.push_back({at, static_cast<std::uint32_t>(ix.size()), duration});
         return {};
     };
     if (auto e = write_index(fourcc("ix00"), video_chunk, part.video,
@@ -492,11 +492,9 @@ std::error_code DvAviWriter::finish_part() {
             b.u32(static_cast<std::uint32_t>(entry.chunk_offset - (part.movi_offset + 8)));
             b.u32(entry.size);
         }
-        const Bytes pieces[] = {idx1};
-        if (auto e = output_->append(pieces)) {
+        if (auto e = append_index(idx1)) {
             return undo(e);
         }
-        end_ += idx1.size();
         has_idx1_ = true;
         legacy_.clear();
         legacy_.shrink_to_fit();
@@ -508,6 +506,22 @@ std::error_code DvAviWriter::finish_part() {
     // The entries now live in the file; a long capture need not keep them all.
     part.video = {};
     part.audio = {};
+    // A header rewrite cut short (the process killed inside the system call) leaves a
+    // prefix of the new bytes; the entry counts come before the entries, so the new
+    // entries go down first and a count never names an entry that is not there.
+    fill_header();
+    const std::pair<const StreamFields*, std::size_t> grown[] = {
+        {&video_fields_, video_super_.size() > video_supers ? video_super_.size() : 0},
+        {&audio_fields_, audio_super_.size() > audio_supers ? audio_super_.size() : 0}};
+    for (const auto& [fields, entries] : grown) {
+        if (entries > 0) {
+            const std::size_t at =
+                fields->indx + index_fields_bytes + super_entry_bytes * (entries - 1);
+            if (auto e = output_->write_at(at, Bytes(header_).subspan(at, super_entry_bytes))) {
+                return fail(e);
+            }
+        }
+    }
     if (auto e = write_header()) {
         return e;
     }
@@ -515,6 +529,30 @@ std::error_code DvAviWriter::finish_part() {
         return fail(e);
     }
     return {};
+}
+
+std::error_code DvAviWriter::append_index(const std::vector<std::uint8_t>& chunk) {
+    // A reader that meets a chunk running past the end of the file searches its bytes for
+    // the next chunk header, and index entries are full of them ("00dc", then a size). So
+    // an index must never be the cut-off end of a file: it first goes down as a JUNK chunk
+    // of zeros, then its entries are written into that, and only then is the chunk named.
+    // Cut off at any point, the file ends in zeros, in a whole JUNK chunk that readers
+    // skip, or in the finished index.
+    const std::uint64_t at = end_;
+    const std::size_t payload = chunk.size() - 8;
+    std::vector<std::uint8_t> head(chunk.begin(), chunk.begin() + 8);
+    put32(head, 0, fourcc("JUNK"));
+    const std::vector<std::uint8_t> zeros(payload);
+    const Bytes pieces[] = {head, zeros};
+    if (auto e = output_->append(pieces)) {
+        (void)output_->truncate(at);
+        return e;
+    }
+    end_ += chunk.size();
+    if (auto e = output_->write_at(at + 8, Bytes(chunk).subspan(8))) {
+        return e;
+    }
+    return output_->write_at(at, Bytes(chunk).first(4));
 }
 
 std::error_code DvAviWriter::start_part() {

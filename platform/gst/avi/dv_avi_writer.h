@@ -22,7 +22,8 @@
 //     (ffmpeg) take a RIFF that ends before the end of the file as the place where the file
 //     was cut, read every complete chunk and skip a partial one;
 //   - an index is referenced by the super index only once it is completely written, and
-//     idx1 is only flagged in avih once it exists;
+//     idx1 is only flagged in avih once it exists; indexes are laid down as JUNK first, so
+//     that a file never ends in a partial index whose entries look like chunk headers;
 //   - a failed append is truncated away, so a full disk leaves whole chunks only.
 // Nothing is held in user-space buffers: what a call has returned is in the file.
 //
@@ -144,6 +145,7 @@ class DvAviWriter {
     std::error_code write_header();
     std::error_code append_chunk(std::uint32_t fourcc, Bytes data, bool video);
     std::error_code refresh_if_due();
+    std::error_code append_index(const std::vector<std::uint8_t>& chunk);
     std::error_code start_part();
     std::error_code finish_part();
     std::error_code flush_pending_audio();
