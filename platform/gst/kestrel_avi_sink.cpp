@@ -475,7 +475,6 @@ GstPad* request_new_pad(GstElement* element, GstPadTemplate* templ, const gchar*
     }
     gst_pad_set_chain_function(pad, sink_chain);
     gst_pad_set_event_function(pad, sink_event);
-    GST_PAD_SET_PROXY_CAPS(pad);
     gst_element_add_pad(element, pad);
     return pad;
 }
