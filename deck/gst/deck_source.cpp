@@ -1,0 +1,180 @@
+#include "deck/gst/deck_source.h"
+
+#include <gst/base/gstpushsrc.h>
+
+#include <atomic>
+#include <vector>
+
+namespace kc::deck {
+namespace {
+
+struct SourceState {
+    std::shared_ptr<VirtualVcr> vcr;
+    std::vector<std::uint8_t> frame;
+    std::uint64_t pushed = 0;
+    std::atomic<bool> flushing{false};
+};
+
+}  // namespace
+}  // namespace kc::deck
+
+extern "C" {
+
+struct KcDeckSrc {
+    GstPushSrc parent;
+    kc::deck::SourceState* state;
+};
+
+struct KcDeckSrcClass {
+    GstPushSrcClass parent_class;
+};
+
+G_DEFINE_TYPE(KcDeckSrc, kc_deck_src, GST_TYPE_PUSH_SRC)
+
+static GstStaticPadTemplate kc_deck_src_template = GST_STATIC_PAD_TEMPLATE(
+    "src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv, systemstream=(boolean)true"));
+
+static KcDeckSrc* as_deck(gpointer p) {
+    return reinterpret_cast<KcDeckSrc*>(p);
+}
+
+static void kc_deck_src_finalize(GObject* object) {
+    delete as_deck(object)->state;
+    G_OBJECT_CLASS(kc_deck_src_parent_class)->finalize(object);
+}
+
+static GstCaps* kc_deck_src_get_caps(GstBaseSrc* src, GstCaps* filter) {
+    kc::deck::SourceState* s = as_deck(src)->state;
+    GstCaps* caps = nullptr;
+    if (s->vcr) {
+        const kc::deck::FrameRate rate = kc::deck::frame_rate(s->vcr->system());
+        caps = gst_caps_new_simple("video/x-dv", "systemstream", G_TYPE_BOOLEAN, TRUE, "framerate",
+                                   GST_TYPE_FRACTION, rate.num, rate.den, nullptr);
+    } else {
+        caps = gst_static_pad_template_get_caps(&kc_deck_src_template);
+    }
+    if (filter != nullptr) {
+        GstCaps* both = gst_caps_intersect_full(filter, caps, GST_CAPS_INTERSECT_FIRST);
+        gst_caps_unref(caps);
+        caps = both;
+    }
+    return caps;
+}
+
+static gboolean kc_deck_src_start(GstBaseSrc* src) {
+    kc::deck::SourceState* s = as_deck(src)->state;
+    if (!s->vcr) {
+        GST_ELEMENT_ERROR(src, RESOURCE, NOT_FOUND, ("The virtual DV deck has no tape."),
+                          (nullptr));
+        return FALSE;
+    }
+    s->pushed = 0;
+    s->flushing = false;
+    s->vcr->start_stream();
+    return TRUE;
+}
+
+static gboolean kc_deck_src_stop(GstBaseSrc* src) {
+    kc::deck::SourceState* s = as_deck(src)->state;
+    if (s->vcr) {
+        s->vcr->stop_stream();
+    }
+    return TRUE;
+}
+
+static gboolean kc_deck_src_unlock(GstBaseSrc* src) {
+    kc::deck::SourceState* s = as_deck(src)->state;
+    s->flushing = true;
+    if (s->vcr) {
+        s->vcr->cancel_waits();
+    }
+    return TRUE;
+}
+
+static gboolean kc_deck_src_unlock_stop(GstBaseSrc* src) {
+    as_deck(src)->state->flushing = false;
+    return TRUE;
+}
+
+static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
+    kc::deck::SourceState* s = as_deck(src)->state;
+    const kc::deck::FrameRate rate = kc::deck::frame_rate(s->vcr->system());
+    const bool paced = s->vcr->options().pacing == kc::deck::Pacing::real_time;
+    kc::deck::FetchedFrame info;
+    for (;;) {
+        if (s->flushing) {
+            return GST_FLOW_FLUSHING;
+        }
+        const kc::deck::FetchStatus status = s->vcr->wait_frame(s->frame, info, 200);
+        if (status == kc::deck::FetchStatus::frame) {
+            break;
+        }
+        if (status == kc::deck::FetchStatus::device_lost) {
+            GST_ELEMENT_ERROR(src, RESOURCE, NOT_FOUND, ("The DV device has been disconnected."),
+                              ("virtual deck lost"));
+            return GST_FLOW_ERROR;
+        }
+        if (status == kc::deck::FetchStatus::cancelled) {
+            return GST_FLOW_FLUSHING;
+        }
+        if (!paced && status == kc::deck::FetchStatus::no_picture) {
+            // Unpaced, nothing moves the tape but the consumer: without picture the
+            // stream is over.
+            return GST_FLOW_EOS;
+        }
+    }
+    GstBuffer* buffer = gst_buffer_new_memdup(s->frame.data(), s->frame.size());
+    const GstClockTime duration = gst_util_uint64_scale(GST_SECOND, static_cast<guint64>(rate.den),
+                                                        static_cast<guint64>(rate.num));
+    if (!paced) {
+        GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(
+            s->pushed * GST_SECOND, static_cast<guint64>(rate.den), static_cast<guint64>(rate.num));
+        GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
+    }
+    GST_BUFFER_DURATION(buffer) = duration;
+    GST_BUFFER_OFFSET(buffer) = s->pushed;
+    GST_BUFFER_OFFSET_END(buffer) = s->pushed + 1;
+    if (s->pushed == 0) {
+        GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+    }
+    ++s->pushed;
+    *out = buffer;
+    return GST_FLOW_OK;
+}
+
+static void kc_deck_src_class_init(KcDeckSrcClass* klass) {
+    GObjectClass* object_class = G_OBJECT_CLASS(klass);
+    GstElementClass* element_class = GST_ELEMENT_CLASS(klass);
+    GstBaseSrcClass* base_class = GST_BASE_SRC_CLASS(klass);
+    GstPushSrcClass* push_class = GST_PUSH_SRC_CLASS(klass);
+    object_class->finalize = kc_deck_src_finalize;
+    gst_element_class_add_static_pad_template(element_class, &kc_deck_src_template);
+    gst_element_class_set_static_metadata(element_class, "Virtual DV deck", "Source/Video",
+                                          "DV frames played from a tape image", "Kestrel Capture");
+    base_class->get_caps = kc_deck_src_get_caps;
+    base_class->start = kc_deck_src_start;
+    base_class->stop = kc_deck_src_stop;
+    base_class->unlock = kc_deck_src_unlock;
+    base_class->unlock_stop = kc_deck_src_unlock_stop;
+    push_class->create = kc_deck_src_create;
+}
+
+static void kc_deck_src_init(KcDeckSrc* self) {
+    self->state = new kc::deck::SourceState;
+    gst_base_src_set_format(GST_BASE_SRC(self), GST_FORMAT_TIME);
+}
+
+}  // extern "C"
+
+namespace kc::deck {
+
+GstElement* make_deck_source(std::shared_ptr<VirtualVcr> vcr) {
+    auto* element = static_cast<GstElement*>(g_object_new(kc_deck_src_get_type(), nullptr));
+    const bool paced = vcr->options().pacing == Pacing::real_time;
+    as_deck(element)->state->vcr = std::move(vcr);
+    gst_base_src_set_live(GST_BASE_SRC(element), paced);
+    gst_base_src_set_do_timestamp(GST_BASE_SRC(element), paced);
+    return element;
+}
+
+}  // namespace kc::deck
