@@ -81,11 +81,12 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
     GstElement* pipeline = gst_pipeline_new("tape-writer");
     GstElement* vsrc = make("appsrc", error);
     GstElement* convert = make("videoconvert", error);
+    GstElement* filter = make("capsfilter", error);
     GstElement* venc = make("avenc_dvvideo", error);
     GstElement* sink = make("appsink", error);
-    for (GstElement* e : {vsrc, convert, venc, sink}) {
+    for (GstElement* e : {vsrc, convert, filter, venc, sink}) {
         if (e == nullptr) {
-            for (GstElement* other : {vsrc, convert, venc, sink}) {
+            for (GstElement* other : {vsrc, convert, filter, venc, sink}) {
                 if (other != nullptr) {
                     gst_object_unref(other);
                 }
@@ -104,8 +105,14 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
     gst_caps_unref(vcaps);
     g_object_set(sink, "sync", FALSE, nullptr);
 
-    gst_bin_add_many(GST_BIN(pipeline), vsrc, convert, venc, sink, nullptr);
-    bool ok = gst_element_link_many(vsrc, convert, venc, sink, nullptr);
+    // Consumer DV: 4:2:0 on 625-50, 4:1:1 on 525-60; 4:2:2 would make the encoder write
+    // twice-as-large DV50 frames.
+    GstCaps* dv25 =
+        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, pal ? "I420" : "Y41B", nullptr);
+    g_object_set(filter, "caps", dv25, nullptr);
+    gst_caps_unref(dv25);
+    gst_bin_add_many(GST_BIN(pipeline), vsrc, convert, filter, venc, sink, nullptr);
+    bool ok = gst_element_link_many(vsrc, convert, filter, venc, sink, nullptr);
     if (!ok) {
         error = "The DV encoder could not be set up for " + std::string(system_name(plan.system)) +
                 " pictures.";
