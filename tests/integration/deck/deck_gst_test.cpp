@@ -1,0 +1,178 @@
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "deck/gst/deck_source.h"
+#include "deck/gst/tape_writer.h"
+#include "deck/tape_image.h"
+#include "deck/tape_time.h"
+#include "deck/vcr_control.h"
+
+namespace kc::deck {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string run(const std::string& command) {
+    std::string out;
+    if (FILE* p = ::popen(command.c_str(), "r")) {
+        char buf[4096];
+        while (std::fgets(buf, sizeof buf, p) != nullptr) {
+            out += buf;
+        }
+        ::pclose(p);
+    }
+    return out;
+}
+
+class DeckGst : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("kc-deck-" + std::to_string(::getpid()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // Two short recordings with a timecode break, the second one's start flagged.
+    TapePlan plan(DvSystem system) {
+        TapePlan p;
+        p.system = system;
+        p.recordings = {Recording{"One", {0, 10, 0, 0}, 20, 0, 440},
+                        Recording{"Two", {1, 0, 0, 0}, 15, 4, 660}};
+        return p;
+    }
+
+    std::shared_ptr<VirtualVcr> deck(const fs::path& tape_path) {
+        std::error_code ec;
+        auto tape = TapeImage::open(tape_path, TapeAccess::mapped, ec);
+        EXPECT_TRUE(tape) << ec.message();
+        return make_vcr(tape, std::make_shared<SteadyClock>(), VcrOptions{30, 10, Pacing::unpaced});
+    }
+
+    static void on_pad(GstElement*, GstPad* pad, gpointer queue) {
+        if (std::string(GST_PAD_NAME(pad)) == "video") {
+            GstPad* sink = gst_element_get_static_pad(GST_ELEMENT(queue), "sink");
+            gst_pad_link(pad, sink);
+            gst_object_unref(sink);
+        }
+    }
+
+    // Runs `source ! tail` to the end (tail "demux": a DV demultiplexer and decoder); the
+    // error's text, or empty at EOS.
+    static std::string play(GstElement* source, const std::string& tail) {
+        GstElement* pipeline = gst_pipeline_new(nullptr);
+        gst_bin_add(GST_BIN(pipeline), source);
+        if (tail == "demux") {
+            GstElement* demux = gst_element_factory_make("dvdemux", nullptr);
+            GstElement* queue = gst_element_factory_make("queue", nullptr);
+            GstElement* dec = gst_element_factory_make("dvdec", nullptr);
+            GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+            gst_bin_add_many(GST_BIN(pipeline), demux, queue, dec, sink, nullptr);
+            EXPECT_TRUE(gst_element_link(source, demux));
+            EXPECT_TRUE(gst_element_link_many(queue, dec, sink, nullptr));
+            g_signal_connect(demux, "pad-added", G_CALLBACK(on_pad), queue);
+        } else {
+            GError* err = nullptr;
+            GstElement* rest = gst_parse_bin_from_description(tail.c_str(), TRUE, &err);
+            EXPECT_NE(rest, nullptr) << (err ? err->message : "");
+            gst_bin_add(GST_BIN(pipeline), rest);
+            EXPECT_TRUE(gst_element_link(source, rest));
+        }
+        gst_element_set_state(pipeline, GST_STATE_PLAYING);
+        GstBus* bus = gst_element_get_bus(pipeline);
+        GstMessage* msg = gst_bus_timed_pop_filtered(
+            bus, GST_CLOCK_TIME_NONE,
+            static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+        std::string result;
+        if (GST_MESSAGE_TYPE(msg) == GST_MESSAGE_ERROR) {
+            GError* e = nullptr;
+            gst_message_parse_error(msg, &e, nullptr);
+            result = e->message;
+            EXPECT_TRUE(g_error_matches(e, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND));
+            g_clear_error(&e);
+        }
+        gst_message_unref(msg);
+        gst_object_unref(bus);
+        gst_element_set_state(pipeline, GST_STATE_NULL);
+        gst_object_unref(pipeline);
+        return result;
+    }
+
+    fs::path dir_;
+};
+
+TEST_F(DeckGst, GeneratedTapesCarryThePlannedTimecodeForFfprobeAndTheDeck) {
+    for (DvSystem system : {DvSystem::pal_625_50, DvSystem::ntsc_525_60}) {
+        const TapePlan p = plan(system);
+        const fs::path path = dir_ / "tape.dv";
+        std::string error;
+        ASSERT_TRUE(write_tape(p, path, error)) << error;
+        EXPECT_EQ(fs::file_size(path), 35 * frame_bytes(system));
+        const std::string probe =
+            run("ffprobe -v error -count_frames -show_entries "
+                "stream=codec_name,nb_read_frames:format_tags=timecode "
+                "-of default=nw=1 '" +
+                path.string() + "'");
+        EXPECT_NE(probe.find("codec_name=dvvideo"), std::string::npos) << probe;
+        EXPECT_NE(probe.find("nb_read_frames=35"), std::string::npos) << probe;
+        EXPECT_NE(probe.find(system == DvSystem::pal_625_50 ? "00:10:00:00" : "00:10:00;00"),
+                  std::string::npos)
+            << probe;
+
+        std::error_code ec;
+        auto tape = TapeImage::open(path, TapeAccess::mapped, ec);
+        ASSERT_TRUE(tape) << ec.message();
+        ASSERT_EQ(tape->frame_count(), 35);
+        for (std::int64_t n : {0, 19, 20, 23, 24, 34}) {
+            const PlannedFrame planned = plan_frame(p, n);
+            ASSERT_TRUE(tape->frame(n).timecode) << n;
+            EXPECT_EQ(*tape->frame(n).timecode, to_bcd_word(planned.timecode)) << n;
+            EXPECT_EQ(tape->frame(n).user_flag(), n >= 20 && n < 24) << n;
+        }
+    }
+}
+
+TEST_F(DeckGst, WritingToAMissingFolderFailsWithAClearErrorAndLeavesNothing) {
+    std::string error;
+    EXPECT_FALSE(write_tape(plan(DvSystem::pal_625_50), dir_ / "no" / "tape.dv", error));
+    EXPECT_NE(error.find("Cannot create"), std::string::npos) << error;
+    EXPECT_TRUE(fs::is_empty(dir_));
+}
+
+TEST_F(DeckGst, UnpacedSourcePlaysTheWholeTapeThroughTheDvDemultiplexer) {
+    const fs::path path = dir_ / "tape.dv";
+    std::string error;
+    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
+    auto vcr = deck(path);
+    ASSERT_EQ(vcr->set_mode(static_cast<long>(TransportMode::play)), S_OK);
+    const fs::path copy = dir_ / "out.dv";
+    EXPECT_EQ(play(make_deck_source(vcr), "demux"), "");
+    ASSERT_EQ(vcr->set_mode(static_cast<long>(TransportMode::stop)), S_OK);
+    vcr->seek_track(0);
+    while (vcr->state().seeking) {
+        ::usleep(1000);
+    }
+    vcr->set_mode(static_cast<long>(TransportMode::play));
+    EXPECT_EQ(play(make_deck_source(vcr), "filesink location=" + copy.string()), "");
+    EXPECT_EQ(fs::file_size(copy), fs::file_size(path)) << "every frame once, none dropped";
+    EXPECT_EQ(vcr->counters().dropped, 0);
+}
+
+TEST_F(DeckGst, TheDeviceDisappearingPostsAResourceError) {
+    const fs::path path = dir_ / "tape.dv";
+    std::string error;
+    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
+    auto vcr = deck(path);
+    vcr->set_mode(static_cast<long>(TransportMode::play));
+    vcr->set_faults(VcrFaults{true, false, false, 0});
+    const std::string message = play(make_deck_source(vcr), "fakesink");
+    EXPECT_NE(message.find("disconnected"), std::string::npos) << message;
+}
+
+}  // namespace
+}  // namespace kc::deck
