@@ -584,8 +584,32 @@ Filter* make_filter_from_device(GstDevice* device, bool audio) {
                        audio ? Kind::audio_source : Kind::source, false);
 }
 
+// Whether a source element offers DV, from what its "src" pad can produce.
+bool offers_dv(GstElement* element) {
+    GstPad* pad = element ? gst_element_get_static_pad(element, "src") : nullptr;
+    if (pad == nullptr) {
+        return false;
+    }
+    GstCaps* caps = gst_pad_query_caps(pad, nullptr);
+    GstCaps* dv = gst_caps_from_string("video/x-dv");
+    const bool result = caps && gst_caps_can_intersect(caps, dv);
+    gst_caps_unref(dv);
+    if (caps)
+        gst_caps_unref(caps);
+    gst_object_unref(pad);
+    return result;
+}
+
 Filter* make_filter_from_provider(std::shared_ptr<SourceDevice> device) {
-    Filter* f = make_source(device->create_source(), Kind::source, true);
+    GstElement* element = device->create_source();
+    if (element) {
+        gst_object_ref_sink(element);
+    }
+    const bool dv = offers_dv(element);
+    Filter* f = make_source(element, Kind::source, dv);
+    if (element) {
+        gst_object_unref(element);
+    }
     if (f != nullptr) {
         f->control = device->control();
     }

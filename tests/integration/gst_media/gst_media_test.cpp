@@ -93,6 +93,19 @@ class FileDevice : public SourceDevice {
     Control control_object;
 };
 
+// A camera giving raw video, as a webcam does.
+class RawDevice : public SourceDevice {
+  public:
+    std::string friendly_name() const override { return "Test camera"; }
+    std::string device_path() const override { return "test:camera"; }
+    GstElement* create_source() override {
+        return gst_parse_bin_from_description(
+            "videotestsrc num-buffers=30 ! video/x-raw,width=320,height=240,framerate=25/1", TRUE,
+            nullptr);
+    }
+    Unknown* control() override { return nullptr; }
+};
+
 class Provider : public SourceProvider {
   public:
     std::vector<std::shared_ptr<SourceDevice>> devices() override { return list; }
@@ -162,6 +175,29 @@ Ref<media::BaseFilter> last_video_input(media::MediaFactory& factory) {
             filter.p->release();
         filter.p = nullptr;
         moniker->bind_to_object(Iid::base_filter, filter.out_void());
+    }
+    return filter;
+}
+
+// The filter of the compressor made by GStreamer element `factory_name`, if listed.
+Ref<media::BaseFilter> compressor(media::MediaFactory& factory, const std::string& factory_name) {
+    Ref<media::CreateDevEnum> devices;
+    factory.create_instance(media::Clsid::system_device_enum, Iid::create_dev_enum,
+                            devices.out_void());
+    Ref<media::EnumMoniker> monikers;
+    devices->create_class_enumerator(media::DeviceCategory::video_compressor, monikers.out(), 0);
+    Ref<media::BaseFilter> filter;
+    for (;;) {
+        Ref<media::Moniker> moniker;
+        if (monikers->next(moniker.out()) != S_OK)
+            break;
+        Ref<media::PropertyBag> bag;
+        std::string path;
+        moniker->bind_to_storage(bag.out());
+        if (bag->read("DevicePath", path) == S_OK && path == factory_name) {
+            moniker->bind_to_object(Iid::base_filter, filter.out_void());
+            break;
+        }
     }
     return filter;
 }
@@ -410,6 +446,53 @@ TEST_F(GstMedia, ASourceThatFailsIsReportedLostWithItsIdentity) {
     control->stop();
     LParam none = 0;
     EXPECT_NE(events->get_event(&code, &none, &p2, 0), S_OK);
+}
+
+TEST_F(GstMedia, RawVideoIsCompressedIntoTheFileAndPreviewed) {
+    provider()->list = {std::make_shared<RawDevice>()};
+    auto g = make_graph();
+    auto source = last_video_input(*factory);
+    ASSERT_NE(source.p, nullptr);
+    auto encoder = compressor(*factory, "avenc_mpeg4");
+    if (encoder.p == nullptr) {
+        GTEST_SKIP() << "avenc_mpeg4 is missing";
+    }
+    ASSERT_EQ(g.graph->add_filter(source.p, "camera"), S_OK);
+    ASSERT_EQ(g.graph->add_filter(encoder.p, "encoder"), S_OK);
+    Ref<media::BaseFilter> mux;
+    Ref<media::FileSink> sink;
+    const auto file = dir / "raw.avi";
+    ASSERT_EQ(g.builder->set_output_file_name(file.string(), mux.out(), sink.out()), S_OK);
+    ASSERT_EQ(g.builder->render_stream(PinCategory::capture, MajorType::video, source.p, encoder.p,
+                                       mux.p),
+              S_OK);
+    ASSERT_EQ(g.builder->render_stream(PinCategory::preview, MajorType::video, source.p, nullptr,
+                                       nullptr),
+              S_OK);
+    // A second preview request has no free pin left.
+    EXPECT_FALSE(succeeded(g.builder->render_stream(PinCategory::preview, MajorType::video,
+                                                    source.p, nullptr, nullptr)));
+    Ref<media::VideoWindow> window;
+    g.graph->query_interface(Iid::video_window, window.out_void());
+    window->put_owner(pane);
+    EXPECT_EQ(run_to_event(g.graph.p), media::EC_COMPLETE);
+    {
+        std::lock_guard guard(surfaces.lock);
+        EXPECT_GT(surfaces.frames, 0);
+        // Without a pane size the picture keeps the source's size.
+        EXPECT_EQ(surfaces.width, 320);
+        EXPECT_EQ(surfaces.height, 240);
+    }
+    auto probe = test::ffprobe(file);
+    EXPECT_EQ(probe["streams.stream.0.codec_name"], "mpeg4");
+    EXPECT_EQ(probe["streams.stream.0.width"], "320");
+    EXPECT_EQ(test::count_packets(file, "v:0"), 30);
+
+    remove_downstream(g.graph.p, source.p);
+    EXPECT_EQ(connected_pins(source.p), 0);
+    EXPECT_EQ(connected_pins(encoder.p), 0);
+    window->put_owner(nullptr);
+    EXPECT_GE(surfaces.clears, 1);
 }
 
 TEST(GstMediaProperties, ListsAnElementsPropertiesWithRangesAndEnums) {
