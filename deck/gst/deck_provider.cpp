@@ -4,7 +4,6 @@
 #include <system_error>
 
 #include "deck/gst/deck_source.h"
-#include "deck/gst/tape_writer.h"
 #include "deck/vcr_control.h"
 #include "platform/gst/source_provider.h"
 
@@ -48,36 +47,6 @@ std::string label_of(const std::string& value) {
 }
 
 }  // namespace
-
-std::shared_ptr<VirtualVcr> open_virtual_deck(const std::string& value, bool unpaced,
-                                              std::string& error) {
-    std::filesystem::path path;
-    if (value == "demo" || value == "demo-ntsc") {
-        path =
-            cached_demo_tape(value == "demo" ? DvSystem::pal_625_50 : DvSystem::ntsc_525_60, error);
-        if (path.empty()) {
-            error = "The virtual DV deck's demo tape could not be made. " + error;
-            return nullptr;
-        }
-    } else {
-        path = value;
-    }
-    std::error_code ec;
-    auto tape = TapeImage::open(path, TapeAccess::mapped, ec);
-    if (!tape) {
-        if (ec == std::errc::invalid_argument) {
-            error = "The virtual DV deck cannot play \"" + path.string() +
-                    "\": it holds no DV frames (a raw DV stream file is needed).";
-        } else {
-            error =
-                "The virtual DV deck cannot open \"" + path.string() + "\": " + ec.message() + ".";
-        }
-        return nullptr;
-    }
-    VcrOptions options;
-    options.pacing = unpaced ? Pacing::unpaced : Pacing::real_time;
-    return make_vcr(std::move(tape), std::make_shared<SteadyClock>(), options);
-}
 
 bool register_virtual_deck(std::string& error) {
     const char* value = std::getenv("KESTREL_VIRTUAL_DECK");

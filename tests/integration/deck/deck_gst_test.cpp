@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "deck/gst/deck_provider.h"
 #include "deck/gst/deck_source.h"
 #include "deck/gst/tape_writer.h"
 #include "deck/tape_image.h"
@@ -172,6 +173,39 @@ TEST_F(DeckGst, TheDeviceDisappearingPostsAResourceError) {
     vcr->set_faults(VcrFaults{true, false, false, 0});
     const std::string message = play(make_deck_source(vcr), "fakesink");
     EXPECT_NE(message.find("disconnected"), std::string::npos) << message;
+}
+
+TEST_F(DeckGst, DemoTapeIsMadeOnceInTheCacheAndBadImagesGiveClearErrors) {
+    ::setenv("XDG_CACHE_HOME", dir_.c_str(), 1);
+    std::string error;
+    auto vcr = open_virtual_deck("demo", true, error);
+    ASSERT_TRUE(vcr) << error;
+    const fs::path cached = dir_ / "kestrel-capture" / "demo-pal.dv";
+    ASSERT_TRUE(fs::exists(cached));
+    const auto written = fs::last_write_time(cached);
+    EXPECT_EQ(vcr->system(), DvSystem::pal_625_50);
+    // Three recordings; the second starts with a timecode jump.
+    const TapeImage& tape = vcr->tape();
+    const std::int64_t per = tape.frame_count() / 3;
+    EXPECT_EQ(*tape.frame(0).timecode, 0x00100000u);
+    EXPECT_EQ(*tape.frame(per).timecode, 0x01254000u);
+    EXPECT_TRUE(tape.frame(2 * per).user_flag());
+    EXPECT_FALSE(tape.frame(2 * per - 1).user_flag());
+    ASSERT_TRUE(open_virtual_deck("demo", true, error)) << error;
+    EXPECT_EQ(fs::last_write_time(cached), written) << "the second start reuses the tape";
+    auto ntsc = open_virtual_deck("demo-ntsc", true, error);
+    ASSERT_TRUE(ntsc) << error;
+    EXPECT_EQ(ntsc->system(), DvSystem::ntsc_525_60);
+
+    EXPECT_FALSE(open_virtual_deck((dir_ / "missing.dv").string(), true, error));
+    EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
+    const fs::path text = dir_ / "notes.txt";
+    std::FILE* f = std::fopen(text.c_str(), "w");
+    std::fputs("not a tape", f);
+    std::fclose(f);
+    EXPECT_FALSE(open_virtual_deck(text.string(), true, error));
+    EXPECT_NE(error.find("no DV frames"), std::string::npos) << error;
+    ::unsetenv("XDG_CACHE_HOME");
 }
 
 }  // namespace
