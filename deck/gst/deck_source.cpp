@@ -117,9 +117,10 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
         if (status == kc::deck::FetchStatus::cancelled) {
             return GST_FLOW_FLUSHING;
         }
-        if (!paced && status == kc::deck::FetchStatus::no_picture) {
-            // Unpaced, nothing moves the tape but the consumer: without picture the
-            // stream is over.
+        if (!paced && status == kc::deck::FetchStatus::no_picture &&
+            s->vcr->state().frame() >= s->vcr->tape().frame_count()) {
+            // Unpaced, a tape played to its end ends the stream, so that a test or a
+            // benchmark finishes when the tape does.
             return GST_FLOW_EOS;
         }
     }

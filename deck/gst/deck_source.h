@@ -5,7 +5,8 @@
 // while the tape plays, the same still frame over and over in pause, nothing at all while
 // stopped or winding, as a deck's FireWire output does; buffers carry the running time at
 // which they arrived. Unpaced, it pushes as fast as the pipeline takes frames and stamps
-// them n times the frame period from zero.
+// them n times the frame period from zero; the stream ends when the tape has played to its
+// end.
 //
 // When the VCR's device disappears the element posts a resource error ("not found") on
 // the bus and stops, so that the media layer reports the device as lost.

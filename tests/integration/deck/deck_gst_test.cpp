@@ -4,7 +4,9 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/deck_source.h"
@@ -173,6 +175,57 @@ TEST_F(DeckGst, TheDeviceDisappearingPostsAResourceError) {
     vcr->set_faults(VcrFaults{true, false, false, 0});
     const std::string message = play(make_deck_source(vcr), "fakesink");
     EXPECT_NE(message.find("disconnected"), std::string::npos) << message;
+}
+
+struct Seen {
+    std::mutex mutex;
+    std::vector<std::vector<std::uint8_t>> frames;
+};
+
+void on_handoff(GstElement*, GstBuffer* buffer, GstPad*, gpointer data) {
+    auto* seen = static_cast<Seen*>(data);
+    GstMapInfo map;
+    gst_buffer_map(buffer, &map, GST_MAP_READ);
+    std::lock_guard lock(seen->mutex);
+    seen->frames.emplace_back(map.data, map.data + map.size);
+    gst_buffer_unmap(buffer, &map);
+}
+
+TEST_F(DeckGst, PacedPauseRepeatsTheStillFrameAsTheClockRuns) {
+    const fs::path path = dir_ / "tape.dv";
+    std::string error;
+    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
+    std::error_code ec;
+    auto clock = std::make_shared<ManualClock>();
+    auto vcr = make_vcr(TapeImage::open(path, TapeAccess::mapped, ec), clock);
+    vcr->seek_track(5 * 12);  // arrives at once: no clock time passes
+    clock->advance_ms(1000);
+    ASSERT_EQ(vcr->state().mode, TransportMode::freeze);
+
+    Seen seen;
+    GstElement* pipeline = gst_pipeline_new(nullptr);
+    GstElement* source = make_deck_source(vcr);
+    GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+    g_object_set(sink, "signal-handoffs", TRUE, "sync", FALSE, nullptr);
+    g_signal_connect(sink, "handoff", G_CALLBACK(on_handoff), &seen);
+    gst_bin_add_many(GST_BIN(pipeline), source, sink, nullptr);
+    ASSERT_TRUE(gst_element_link(source, sink));
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    for (;;) {
+        clock->advance_ms(40);
+        ::usleep(2000);
+        std::lock_guard lock(seen.mutex);
+        if (seen.frames.size() >= 5) {
+            break;
+        }
+    }
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    std::vector<std::uint8_t> fifth(frame_bytes(DvSystem::pal_625_50));
+    ASSERT_TRUE(vcr->tape().read_frame(5, fifth));
+    for (const auto& frame : seen.frames) {
+        EXPECT_EQ(frame, fifth);
+    }
 }
 
 TEST_F(DeckGst, DemoTapeIsMadeOnceInTheCacheAndBadImagesGiveClearErrors) {
