@@ -22,7 +22,8 @@ struct Output {
     const TapePlan* plan = nullptr;
     std::ofstream* file = nullptr;
     std::vector<std::uint8_t> pending;
-    std::int64_t written = 0;
+    std::int64_t written = 0;  // tape frames written so far, over every chunk
+    std::int64_t end = 0;      // the current chunk's end
     bool failed = false;
     std::mutex mutex;
     std::condition_variable progressed;
@@ -44,7 +45,7 @@ GstFlowReturn on_sample(GstAppSink* sink, gpointer data) {
     gst_sample_unref(sample);
     const std::size_t size = frame_bytes(out->plan->system);
     std::size_t used = 0;
-    while (out->pending.size() - used >= size && out->written < out->plan->total_frames()) {
+    while (out->pending.size() - used >= size && out->written < out->end) {
         std::span<std::uint8_t> frame(out->pending.data() + used, size);
         stamp_frame(frame, out->plan->system, plan_frame(*out->plan, out->written));
         out->file->write(reinterpret_cast<const char*>(frame.data()),
@@ -73,7 +74,11 @@ GstElement* make(const char* factory, std::string& error) {
     return e;
 }
 
-bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
+// Encodes tape frames [first, first + count). The DV multiplexer hands its output on only at
+// the end of its stream, so a tape is encoded in chunks of a second or two, each its own
+// stream: memory stays small and the frames' sound runs on across chunks unchanged.
+bool encode(const TapePlan& plan, Output& out, std::int64_t first, std::int64_t count,
+            std::string& error) {
     const bool pal = plan.system == DvSystem::pal_625_50;
     const PictureSize size = picture_size(plan.system);
     const FrameRate rate = frame_rate(plan.system);
@@ -83,10 +88,12 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
     GstElement* convert = make("videoconvert", error);
     GstElement* filter = make("capsfilter", error);
     GstElement* venc = make("avenc_dvvideo", error);
+    GstElement* asrc = make("appsrc", error);
+    GstElement* mux = make("avmux_dv", error);
     GstElement* sink = make("appsink", error);
-    for (GstElement* e : {vsrc, convert, filter, venc, sink}) {
+    for (GstElement* e : {vsrc, convert, filter, venc, asrc, mux, sink}) {
         if (e == nullptr) {
-            for (GstElement* other : {vsrc, convert, filter, venc, sink}) {
+            for (GstElement* other : {vsrc, convert, filter, venc, asrc, mux, sink}) {
                 if (other != nullptr) {
                     gst_object_unref(other);
                 }
@@ -99,10 +106,14 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
         "video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, size.width, "height",
         G_TYPE_INT, size.height, "framerate", GST_TYPE_FRACTION, rate.num, rate.den,
         "pixel-aspect-ratio", GST_TYPE_FRACTION, pal ? 16 : 8, pal ? 15 : 9, nullptr);
-    // The queue is unbounded; the feeding loop below keeps it short by waiting for the
-    // encoder, and stops early when the pipeline fails.
+    GstCaps* acaps = gst_caps_new_simple(
+        "audio/x-raw", "format", G_TYPE_STRING, "S16LE", "rate", G_TYPE_INT, audio_rate_hz,
+        "channels", G_TYPE_INT, audio_channels, "layout", G_TYPE_STRING, "interleaved", nullptr);
+    // Unbounded queues: a chunk is small.
     g_object_set(vsrc, "caps", vcaps, "format", GST_FORMAT_TIME, "max-bytes", guint64{0}, nullptr);
+    g_object_set(asrc, "caps", acaps, "format", GST_FORMAT_TIME, "max-bytes", guint64{0}, nullptr);
     gst_caps_unref(vcaps);
+    gst_caps_unref(acaps);
     g_object_set(sink, "sync", FALSE, nullptr);
 
     // Consumer DV: 4:2:0 on 625-50, 4:1:1 on 525-60; 4:2:2 would make the encoder write
@@ -111,30 +122,28 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
         gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, pal ? "I420" : "Y41B", nullptr);
     g_object_set(filter, "caps", dv25, nullptr);
     gst_caps_unref(dv25);
-    gst_bin_add_many(GST_BIN(pipeline), vsrc, convert, filter, venc, sink, nullptr);
-    bool ok = gst_element_link_many(vsrc, convert, filter, venc, sink, nullptr);
+    gst_bin_add_many(GST_BIN(pipeline), vsrc, convert, filter, venc, asrc, mux, sink, nullptr);
+    bool ok = gst_element_link_many(vsrc, convert, filter, venc, mux, sink, nullptr) &&
+              gst_element_link(asrc, mux);
     if (!ok) {
         error = "The DV encoder could not be set up for " + std::string(system_name(plan.system)) +
                 " pictures.";
         gst_object_unref(pipeline);
         return false;
     }
-    Output out;
-    out.plan = &plan;
-    out.file = &file;
+    out.end = first + count;
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = on_sample;
     gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, &out, nullptr);
 
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
-    GstBus* bus = gst_element_get_bus(pipeline);
-    const std::int64_t frames = plan.total_frames();
-    for (std::int64_t n = 0; n < frames && ok; ++n) {
+    for (std::int64_t i = 0; i < count && ok; ++i) {
+        const std::int64_t n = first + i;
         const GstClockTime pts =
-            gst_util_uint64_scale(static_cast<guint64>(n) * GST_SECOND,
+            gst_util_uint64_scale(static_cast<guint64>(i) * GST_SECOND,
                                   static_cast<guint64>(rate.den), static_cast<guint64>(rate.num));
         const GstClockTime next =
-            gst_util_uint64_scale(static_cast<guint64>(n + 1) * GST_SECOND,
+            gst_util_uint64_scale(static_cast<guint64>(i + 1) * GST_SECOND,
                                   static_cast<guint64>(rate.den), static_cast<guint64>(rate.num));
         GstBuffer* picture = gst_buffer_new_allocate(nullptr, size.i420_bytes(), nullptr);
         GstMapInfo map;
@@ -144,22 +153,25 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
         GST_BUFFER_PTS(picture) = pts;
         GST_BUFFER_DURATION(picture) = next - pts;
 
-        ok = gst_app_src_push_buffer(GST_APP_SRC(vsrc), picture) == GST_FLOW_OK;
-        // Stay at most a few frames ahead of the encoder; stop early on an error.
-        std::unique_lock lock(out.mutex);
-        while (ok && n - out.written > 12) {
-            out.progressed.wait_for(lock, std::chrono::milliseconds(50));
-            if (GstMessage* m = gst_bus_peek(bus);
-                m != nullptr && GST_MESSAGE_TYPE(m) == GST_MESSAGE_ERROR) {
-                gst_message_unref(m);
-                ok = false;
-            } else if (m != nullptr) {
-                gst_message_unref(gst_bus_pop(bus));
-                gst_message_unref(m);
-            }
-        }
+        const std::int64_t chunk_start = first_sample_of_frame(plan.system, first);
+        const std::int64_t sample = first_sample_of_frame(plan.system, n);
+        const std::int64_t samples = first_sample_of_frame(plan.system, n + 1) - sample;
+        const std::size_t values = static_cast<std::size_t>(samples) * audio_channels;
+        GstBuffer* sound = gst_buffer_new_allocate(nullptr, values * sizeof(std::int16_t), nullptr);
+        gst_buffer_map(sound, &map, GST_MAP_WRITE);
+        fill_sound(plan, n, std::span(reinterpret_cast<std::int16_t*>(map.data), values));
+        gst_buffer_unmap(sound, &map);
+        GST_BUFFER_PTS(sound) = gst_util_uint64_scale(static_cast<guint64>(sample - chunk_start),
+                                                      GST_SECOND, audio_rate_hz);
+        GST_BUFFER_DURATION(sound) =
+            gst_util_uint64_scale(static_cast<guint64>(samples), GST_SECOND, audio_rate_hz);
+
+        ok = gst_app_src_push_buffer(GST_APP_SRC(vsrc), picture) == GST_FLOW_OK &&
+             gst_app_src_push_buffer(GST_APP_SRC(asrc), sound) == GST_FLOW_OK;
     }
     gst_app_src_end_of_stream(GST_APP_SRC(vsrc));
+    gst_app_src_end_of_stream(GST_APP_SRC(asrc));
+    GstBus* bus = gst_element_get_bus(pipeline);
 
     GstMessage* msg = gst_bus_timed_pop_filtered(
         bus, GST_CLOCK_TIME_NONE, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
@@ -180,9 +192,9 @@ bool encode(const TapePlan& plan, std::ofstream& file, std::string& error) {
         error = "The tape image could not be written (disk full?).";
         ok = false;
     }
-    if (ok && out.written != frames) {
-        error = "The DV encoder delivered " + std::to_string(out.written) + " of " +
-                std::to_string(frames) + " frames.";
+    if (ok && out.written != out.end) {
+        error = "The DV encoder delivered " + std::to_string(out.written - first) + " of " +
+                std::to_string(count) + " frames.";
         ok = false;
     }
     return ok;
@@ -205,7 +217,14 @@ bool write_tape(const TapePlan& plan, const std::filesystem::path& path, std::st
         error = "Cannot create \"" + path.string() + "\": check the folder exists and is writable.";
         return false;
     }
-    const bool ok = encode(plan, file, error);
+    Output out;
+    out.plan = &plan;
+    out.file = &file;
+    const std::int64_t chunk = 50;
+    bool ok = true;
+    for (std::int64_t first = 0; ok && first < plan.total_frames(); first += chunk) {
+        ok = encode(plan, out, first, std::min(chunk, plan.total_frames() - first), error);
+    }
     file.close();
     std::error_code ec;
     if (ok && !file.fail()) {

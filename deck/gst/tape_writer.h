@@ -1,7 +1,7 @@
-// Writes a planned tape as a raw DV stream file: every frame's picture drawn from the plan
-// (test_card.h), encoded to DV with GStreamer's libav DV encoder, then stamped with the plan's
-// timecode and user bits in its subcode, so that a demultiplexer, ffprobe and the virtual deck all
-// read the planned timecode.
+// Writes a planned tape as a raw DV stream file: every frame's picture and sound drawn
+// from the plan (test_card.h), encoded to DV with GStreamer's libav DV encoder and
+// multiplexer, then stamped with the plan's timecode and user bits in its subcode, so that
+// a demultiplexer, ffprobe and the virtual deck all read the planned timecode.
 #pragma once
 
 #include <filesystem>

@@ -122,6 +122,7 @@ TEST_F(DeckGst, GeneratedTapesCarryThePlannedTimecodeForFfprobeAndTheDeck) {
                 "-of default=nw=1 '" +
                 path.string() + "'");
         EXPECT_NE(probe.find("codec_name=dvvideo"), std::string::npos) << probe;
+        EXPECT_NE(probe.find("codec_name=pcm_s16le"), std::string::npos) << "the tone" << probe;
         EXPECT_NE(probe.find("nb_read_frames=35"), std::string::npos) << probe;
         EXPECT_NE(probe.find(system == DvSystem::pal_625_50 ? "00:10:00:00" : "00:10:00;00"),
                   std::string::npos)
