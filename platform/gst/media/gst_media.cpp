@@ -807,6 +807,7 @@ class Graph : public media::GraphBuilder,
               public media::MediaControl,
               public media::MediaEvent,
               public media::VideoWindow,
+              public media::MediaSeeking,
               public Counted {
   public:
     Graph(DialogHost& host_, VideoSurfaces& surfaces_) : host(host_), surfaces(surfaces_) {
@@ -843,9 +844,25 @@ class Graph : public media::GraphBuilder,
                 return give(static_cast<media::MediaEvent*>(this), out);
             case Iid::video_window:
                 return give(static_cast<media::VideoWindow*>(this), out);
+            case Iid::media_seeking:
+                return give(static_cast<media::MediaSeeking*>(this), out);
             default:
                 return E_NOINTERFACE;
         }
+    }
+
+    // The running time of the graph, in the 100 ns units of media time; 0 before the
+    // graph has run.
+    HRESULT get_current_position(std::int64_t* position_100ns) override {
+        if (position_100ns == nullptr) {
+            return E_POINTER;
+        }
+        gint64 ns = 0;
+        if (!gst_element_query_position(pipeline, GST_FORMAT_TIME, &ns) || ns < 0) {
+            ns = 0;
+        }
+        *position_100ns = ns / 100;
+        return S_OK;
     }
 
     HRESULT add_filter(media::BaseFilter* base, const std::string& name) override {
