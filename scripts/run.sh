@@ -35,6 +35,9 @@ mkdir -p "$captures" "$run_dir/config"
 # A settings file of this run's own: the user's settings are not touched, and the file
 # shows that the program writes its settings at exit.
 export XDG_CONFIG_HOME=$run_dir/config
+# A machine without a person usually has no sound card either: the preview's sound goes
+# nowhere instead of into error messages from the audio system.
+export KESTREL_AUDIO_SINK=${KESTREL_AUDIO_SINK:-fakesink}
 mode=(--scenes)
 [ "${CAPTURE_MODE:-scenes}" = record ] && mode=()
 
