@@ -21,15 +21,14 @@
 namespace {
 
 // Where the skin bitmaps and the icon are looked for: an explicit folder, the installed
-// share folder beside the program, then the source tree the program was built from.
+// data folder, then the source tree the program was built from.
 std::vector<std::string> art_dirs() {
     std::vector<std::string> dirs;
     if (const char* own = std::getenv("KESTREL_ART_DIR"); own != nullptr && *own != '\0') {
         dirs.emplace_back(own);
     }
-    const QString exe_dir = QCoreApplication::applicationDirPath();
-    dirs.push_back((exe_dir + "/../share/kestrel-capture/skin").toStdString());
-    dirs.push_back((exe_dir + "/../share/kestrel-capture/icon").toStdString());
+    dirs.push_back(std::string(KC_INSTALL_DATA_DIR) + "/skin");
+    dirs.push_back(std::string(KC_INSTALL_DATA_DIR) + "/icon");
     dirs.push_back(std::string(KC_SOURCE_DIR) + "/resources/skin/bitmaps");
     dirs.push_back(std::string(KC_SOURCE_DIR) + "/resources/icon");
     return dirs;
