@@ -9,108 +9,61 @@ using media::PinDirection;
 
 // ---- Names ------------------------------------------------------------------------------
 
+namespace {
+// Names of an enumeration's values in declaration order.
+template <class E, std::size_t N>
+std::string name_in(E value, const char* const (&names)[N]) {
+    const auto i = static_cast<std::size_t>(value);
+    return i < N ? names[i] : "?";
+}
+}  // namespace
+
 std::string name_of(Iid iid) {
-    switch (iid) {
-        case Iid::unknown:
-            return "unknown";
-        case Iid::base_filter:
-            return "base_filter";
-        case Iid::pin:
-            return "pin";
-        case Iid::enum_pins:
-            return "enum_pins";
-        case Iid::enum_media_types:
-            return "enum_media_types";
-        case Iid::graph_builder:
-            return "graph_builder";
-        case Iid::capture_graph_builder:
-            return "capture_graph_builder";
-        case Iid::media_control:
-            return "media_control";
-        case Iid::media_event:
-            return "media_event";
-        case Iid::media_seeking:
-            return "media_seeking";
-        case Iid::video_window:
-            return "video_window";
-        case Iid::ext_device:
-            return "ext_device";
-        case Iid::ext_transport:
-            return "ext_transport";
-        case Iid::timecode_reader:
-            return "timecode_reader";
-        case Iid::dropped_frames:
-            return "dropped_frames";
-        case Iid::config_interleaving:
-            return "config_interleaving";
-        case Iid::file_sink:
-            return "file_sink";
-        case Iid::specify_property_pages:
-            return "specify_property_pages";
-        case Iid::create_dev_enum:
-            return "create_dev_enum";
-        case Iid::enum_moniker:
-            return "enum_moniker";
-        case Iid::moniker:
-            return "moniker";
-        case Iid::property_bag:
-            return "property_bag";
-    }
-    return "?";
+    static const char* const names[] = {"unknown",
+                                        "base_filter",
+                                        "pin",
+                                        "enum_pins",
+                                        "enum_media_types",
+                                        "graph_builder",
+                                        "capture_graph_builder",
+                                        "media_control",
+                                        "media_event",
+                                        "media_seeking",
+                                        "video_window",
+                                        "ext_device",
+                                        "ext_transport",
+                                        "timecode_reader",
+                                        "dropped_frames",
+                                        "config_interleaving",
+                                        "file_sink",
+                                        "specify_property_pages",
+                                        "create_dev_enum",
+                                        "enum_moniker",
+                                        "moniker",
+                                        "property_bag"};
+    return name_in(iid, names);
 }
 
 std::string name_of(media::Clsid clsid) {
-    switch (clsid) {
-        case media::Clsid::system_device_enum:
-            return "system_device_enum";
-        case media::Clsid::filter_graph:
-            return "filter_graph";
-        case media::Clsid::capture_graph_builder:
-            return "capture_graph_builder";
-        case media::Clsid::dv_splitter:
-            return "dv_splitter";
-    }
-    return "?";
+    static const char* const names[] = {"system_device_enum", "filter_graph",
+                                        "capture_graph_builder", "dv_splitter"};
+    return name_in(clsid, names);
 }
 
 std::string name_of(media::DeviceCategory category) {
-    switch (category) {
-        case media::DeviceCategory::video_input:
-            return "video_input";
-        case media::DeviceCategory::audio_input:
-            return "audio_input";
-        case media::DeviceCategory::video_compressor:
-            return "video_compressor";
-        case media::DeviceCategory::audio_compressor:
-            return "audio_compressor";
-    }
-    return "?";
+    static const char* const names[] = {"video_input", "audio_input", "video_compressor",
+                                        "audio_compressor"};
+    return name_in(category, names);
 }
 
 std::string name_of(PinCategory category) {
-    switch (category) {
-        case PinCategory::none:
-            return "none";
-        case PinCategory::capture:
-            return "capture";
-        case PinCategory::preview:
-            return "preview";
-    }
-    return "?";
+    static const char* const names[] = {"none", "capture", "preview"};
+    return name_in(category, names);
 }
 
 std::string name_of(MajorType type) {
-    switch (type) {
-        case MajorType::none:
-            return "none";
-        case MajorType::interleaved:
-            return "interleaved";
-        case MajorType::video:
-            return "video";
-        case MajorType::audio:
-            return "audio";
-    }
-    return "?";
+    static const char* const names[] = {"none", "interleaved", "video", "audio"};
+    return name_in(type, names);
 }
 
 namespace {
@@ -290,17 +243,10 @@ std::vector<std::string> FakeLedger::held() const {
 // ---- Enumerators ---------------------------------------------------------------------------
 
 namespace {
-class FakeEnumMediaTypes : public media::EnumMediaTypes, public FakeObject {
+class FakeEnumMediaTypes : public FakeUnknown<media::EnumMediaTypes, Iid::enum_media_types> {
   public:
     FakeEnumMediaTypes(FakeLedger& ledger, FakePin& pin)
-        : FakeObject(ledger, "enum_media_types:" + pin_label(pin)), pin(pin) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::enum_media_types) {
-            return static_cast<media::EnumMediaTypes*>(this);
-        }
-        return nullptr;
-    }
+        : FakeUnknown(ledger, "enum_media_types:" + pin_label(pin)), pin(pin) {}
     HRESULT next(media::MediaType& out, std::uint32_t* fetched) override {
         log("next");
         if (fetched) {
@@ -325,17 +271,10 @@ class FakeEnumMediaTypes : public media::EnumMediaTypes, public FakeObject {
     std::size_t position = 0;
 };
 
-class FakeEnumPins : public media::EnumPins, public FakeObject {
+class FakeEnumPins : public FakeUnknown<media::EnumPins, Iid::enum_pins> {
   public:
     FakeEnumPins(FakeLedger& ledger, FakeFilter& filter)
-        : FakeObject(ledger, "enum_pins:" + filter.label()), filter(filter), pins(filter.pins) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::enum_pins) {
-            return static_cast<media::EnumPins*>(this);
-        }
-        return nullptr;
-    }
+        : FakeUnknown(ledger, "enum_pins:" + filter.label()), filter(filter), pins(filter.pins) {}
     HRESULT next(media::Pin** out) override {
         log("next");
         *out = nullptr;
@@ -369,19 +308,12 @@ class FakeEnumPins : public media::EnumPins, public FakeObject {
 FakePin::FakePin(FakeLedger& ledger_, FakeFilter& owner_, std::string name_,
                  PinDirection direction_, PinCategory category_,
                  std::vector<media::MediaType> types_)
-    : FakeObject(ledger_, owner_.label() + ":" + name_),
+    : FakeUnknown(ledger_, owner_.label() + ":" + name_),
       owner(owner_),
       name(std::move(name_)),
       direction(direction_),
       category(category_),
       types(std::move(types_)) {}
-
-void* FakePin::interface_for(Iid iid) {
-    if (iid == Iid::unknown || iid == Iid::pin) {
-        return static_cast<media::Pin*>(this);
-    }
-    return nullptr;
-}
 
 HRESULT FakePin::connected_to(media::Pin** out) {
     log("connected_to");
@@ -410,12 +342,7 @@ HRESULT FakePin::query_pin_info(media::PinInfo& info) {
 }
 
 HRESULT FakePin::query_direction(PinDirection& out) {
-    log("query_direction");
-    const HRESULT hr = script.result("query_direction");
-    if (succeeded(hr)) {
-        out = direction;
-    }
-    return hr;
+    return answer("query_direction", "query_direction", &out, direction);
 }
 
 HRESULT FakePin::enum_media_types(media::EnumMediaTypes** out) {
@@ -464,12 +391,7 @@ HRESULT FakeFilter::enum_pins(media::EnumPins** out) {
 }
 
 HRESULT FakeFilter::get_pages(std::vector<media::Guid>& out) {
-    log("get_pages");
-    const HRESULT hr = script.result("get_pages");
-    if (succeeded(hr)) {
-        out = pages;
-    }
-    return hr;
+    return answer("get_pages", "get_pages", &out, pages);
 }
 
 FakePin& FakeFilter::add_pin(const std::string& name, PinDirection direction, PinCategory category,
@@ -564,12 +486,7 @@ void* FakeFileWriter::interface_for(Iid iid) {
 }
 
 HRESULT FakeFileWriter::get_cur_file(std::string& out) {
-    log("get_cur_file");
-    const HRESULT hr = script.result("get_cur_file");
-    if (succeeded(hr)) {
-        out = path;
-    }
-    return hr;
+    return answer("get_cur_file", "get_cur_file", &out, path);
 }
 
 FakeDvFilter::FakeDvFilter(FakeLedger& ledger_, std::string name)
@@ -674,32 +591,12 @@ HRESULT FakeDvFilter::get_timecode(media::TimecodeSample& sample) {
     return E_INVALIDARG;
 }
 
-FakeDroppedFrames::FakeDroppedFrames(FakeLedger& ledger_, std::string label)
-    : FakeObject(ledger_, std::move(label)) {}
-
-void* FakeDroppedFrames::interface_for(Iid iid) {
-    if (iid == Iid::unknown || iid == Iid::dropped_frames) {
-        return static_cast<media::DroppedFrames*>(this);
-    }
-    return nullptr;
-}
-
 HRESULT FakeDroppedFrames::get_num_dropped(long* count) {
-    log("get_num_dropped");
-    const HRESULT hr = script.result("get_num_dropped");
-    if (succeeded(hr)) {
-        *count = dropped;
-    }
-    return hr;
+    return answer("get_num_dropped", "get_num_dropped", count, dropped);
 }
 
 HRESULT FakeDroppedFrames::get_num_not_dropped(long* count) {
-    log("get_num_not_dropped");
-    const HRESULT hr = script.result("get_num_not_dropped");
-    if (succeeded(hr)) {
-        *count = not_dropped;
-    }
-    return hr;
+    return answer("get_num_not_dropped", "get_num_not_dropped", count, not_dropped);
 }
 
 FakeFilter& make_video_source(FakeLedger& ledger, const std::string& name) {
@@ -735,17 +632,10 @@ FakeFilter& make_dv_splitter(FakeLedger& ledger, const std::string& name) {
 // ---- Device catalogue ------------------------------------------------------------------------
 
 namespace {
-class FakePropertyBag : public media::PropertyBag, public FakeObject {
+class FakePropertyBag : public FakeUnknown<media::PropertyBag, Iid::property_bag> {
   public:
     FakePropertyBag(FakeLedger& ledger, FakeCatalogue& catalogue, FakeDevice device)
-        : FakeObject(ledger, "bag:" + device.name), catalogue(catalogue), device(device) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::property_bag) {
-            return static_cast<media::PropertyBag*>(this);
-        }
-        return nullptr;
-    }
+        : FakeUnknown(ledger, "bag:" + device.name), catalogue(catalogue), device(device) {}
     HRESULT read(const std::string& name, std::string& value) override {
         log("read(" + name + ")");
         const HRESULT hr = catalogue.script.result("read");
@@ -764,17 +654,10 @@ class FakePropertyBag : public media::PropertyBag, public FakeObject {
     FakeDevice device;
 };
 
-class FakeMoniker : public media::Moniker, public FakeObject {
+class FakeMoniker : public FakeUnknown<media::Moniker, Iid::moniker> {
   public:
     FakeMoniker(FakeLedger& ledger, FakeCatalogue& catalogue, FakeDevice device)
-        : FakeObject(ledger, "moniker:" + device.name), catalogue(catalogue), device(device) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::moniker) {
-            return static_cast<media::Moniker*>(this);
-        }
-        return nullptr;
-    }
+        : FakeUnknown(ledger, "moniker:" + device.name), catalogue(catalogue), device(device) {}
     HRESULT bind_to_object(Iid iid, void** out) override {
         log("bind_to_object(" + name_of(iid) + ")");
         *out = nullptr;
@@ -810,19 +693,12 @@ class FakeMoniker : public media::Moniker, public FakeObject {
     FakeDevice device;
 };
 
-class FakeEnumMoniker : public media::EnumMoniker, public FakeObject {
+class FakeEnumMoniker : public FakeUnknown<media::EnumMoniker, Iid::enum_moniker> {
   public:
     FakeEnumMoniker(FakeLedger& ledger, FakeCatalogue& catalogue, media::DeviceCategory category)
-        : FakeObject(ledger, "enum_moniker:" + name_of(category)),
+        : FakeUnknown(ledger, "enum_moniker:" + name_of(category)),
           catalogue(catalogue),
           devices(catalogue[category]) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::enum_moniker) {
-            return static_cast<media::EnumMoniker*>(this);
-        }
-        return nullptr;
-    }
     HRESULT next(media::Moniker** out) override {
         log("next");
         *out = nullptr;
@@ -844,17 +720,10 @@ class FakeEnumMoniker : public media::EnumMoniker, public FakeObject {
     std::size_t position = 0;
 };
 
-class FakeDevEnum : public media::CreateDevEnum, public FakeObject {
+class FakeDevEnum : public FakeUnknown<media::CreateDevEnum, Iid::create_dev_enum> {
   public:
     FakeDevEnum(FakeLedger& ledger, FakeCatalogue& catalogue)
-        : FakeObject(ledger, "devenum"), catalogue(catalogue) {}
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override {
-        if (iid == Iid::unknown || iid == Iid::create_dev_enum) {
-            return static_cast<media::CreateDevEnum*>(this);
-        }
-        return nullptr;
-    }
+        : FakeUnknown(ledger, "devenum"), catalogue(catalogue) {}
     HRESULT create_class_enumerator(media::DeviceCategory category, media::EnumMoniker** out,
                                     std::uint32_t flags) override {
         log("create_class_enumerator(" + name_of(category) + "," + std::to_string(flags) + ")");
@@ -1007,23 +876,13 @@ HRESULT FakeGraph::find_filter_by_name(const std::string& name, media::BaseFilte
 }
 
 HRESULT FakeGraph::run() {
-    log("run");
     ++runs;
-    const HRESULT hr = script.result("run");
-    if (succeeded(hr)) {
-        is_running = true;
-    }
-    return hr;
+    return answer("run", "run", &is_running, true);
 }
 
 HRESULT FakeGraph::stop() {
-    log("stop");
     ++stops;
-    const HRESULT hr = script.result("stop");
-    if (succeeded(hr)) {
-        is_running = false;
-    }
-    return hr;
+    return answer("stop", "stop", &is_running, false);
 }
 
 HRESULT FakeGraph::set_notify_window(WindowHandle window, unsigned message, LParam instance_data) {
@@ -1077,49 +936,27 @@ HRESULT FakeGraph::free_event_params(long code, LParam param1, LParam param2) {
 }
 
 HRESULT FakeGraph::get_current_position(std::int64_t* out) {
-    log("get_current_position");
-    const HRESULT hr = script.result("get_current_position");
-    if (succeeded(hr)) {
-        *out = position_100ns;
-    }
-    return hr;
+    return answer("get_current_position", "get_current_position", out, position_100ns);
 }
 
 HRESULT FakeGraph::put_owner(WindowHandle window) {
-    log(std::string("put_owner(") + (window ? "window" : "null") + ")");
-    const HRESULT hr = script.result("put_owner");
-    if (succeeded(hr)) {
-        owner = window;
-    }
-    return hr;
+    return answer(std::string("put_owner(") + (window ? "window" : "null") + ")", "put_owner",
+                  &owner, window);
 }
 
 HRESULT FakeGraph::put_window_style(long value) {
-    log("put_window_style(" + std::to_string(value) + ")");
-    const HRESULT hr = script.result("put_window_style");
-    if (succeeded(hr)) {
-        style = value;
-    }
-    return hr;
+    return answer("put_window_style(" + std::to_string(value) + ")", "put_window_style", &style,
+                  value);
 }
 
 HRESULT FakeGraph::put_visible(long value) {
-    log("put_visible(" + std::to_string(value) + ")");
-    const HRESULT hr = script.result("put_visible");
-    if (succeeded(hr)) {
-        visible = value;
-    }
-    return hr;
+    return answer("put_visible(" + std::to_string(value) + ")", "put_visible", &visible, value);
 }
 
 HRESULT FakeGraph::set_window_position(long left, long top, long width, long height) {
-    log("set_window_position(" + std::to_string(left) + "," + std::to_string(top) + "," +
-        std::to_string(width) + "," + std::to_string(height) + ")");
-    const HRESULT hr = script.result("set_window_position");
-    if (succeeded(hr)) {
-        position = {left, top, width, height};
-    }
-    return hr;
+    return answer("set_window_position(" + std::to_string(left) + "," + std::to_string(top) + "," +
+                      std::to_string(width) + "," + std::to_string(height) + ")",
+                  "set_window_position", &position, Position{left, top, width, height});
 }
 
 void FakeGraph::final_release() {
@@ -1140,14 +977,7 @@ void FakeGraph::final_release() {
 // ---- Capture graph builder -------------------------------------------------------------------
 
 FakeCaptureBuilder::FakeCaptureBuilder(FakeLedger& ledger_, std::string label)
-    : FakeObject(ledger_, std::move(label)), dropped(ledger_.make<FakeDroppedFrames>()) {}
-
-void* FakeCaptureBuilder::interface_for(Iid iid) {
-    if (iid == Iid::unknown || iid == Iid::capture_graph_builder) {
-        return static_cast<media::CaptureGraphBuilder*>(this);
-    }
-    return nullptr;
-}
+    : FakeUnknown(ledger_, std::move(label)), dropped(ledger_.make<FakeDroppedFrames>()) {}
 
 void FakeCaptureBuilder::final_release() {
     if (graph) {

@@ -104,6 +104,16 @@ class FakeObject {
     // builder its graph).
     virtual void final_release() {}
     void log(const std::string& call);
+    // Logs `call`, then gives the scripted result of `op`; on success `*out` = `value`.
+    template <class T, class V>
+    HRESULT answer(const std::string& call, const std::string& op, T* out, const V& value) {
+        log(call);
+        const HRESULT hr = script.result(op);
+        if (succeeded(hr)) {
+            *out = value;
+        }
+        return hr;
+    }
     FakeLedger& ledger;
 
   private:
@@ -122,6 +132,17 @@ class FakeObject {
     std::uint32_t release() override {                      \
         return fake_release();                              \
     }
+
+// A fake with one interface besides Unknown.
+template <class Interface, Iid id>
+class FakeUnknown : public Interface, public FakeObject {
+  public:
+    using FakeObject::FakeObject;
+    FAKE_UNKNOWN_METHODS
+    void* interface_for(Iid iid) override {
+        return iid == Iid::unknown || iid == id ? static_cast<Interface*>(this) : nullptr;
+    }
+};
 
 using RefSnapshot = std::map<const FakeObject*, int>;
 
@@ -175,12 +196,10 @@ class RefBaseline {
 class FakeFilter;
 class FakeGraph;
 
-class FakePin : public media::Pin, public FakeObject {
+class FakePin : public FakeUnknown<media::Pin, Iid::pin> {
   public:
     FakePin(FakeLedger& ledger, FakeFilter& owner, std::string name, media::PinDirection direction,
             media::PinCategory category, std::vector<media::MediaType> types);
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override;
 
     // Scripts: "connected_to", "query_pin_info", "query_direction", "enum_media_types",
     // "enum_media_types.next".
@@ -299,11 +318,10 @@ class FakeDvFilter : public FakeFilter,
     std::vector<media::TimecodeSample> timecode_requests;
 };
 
-class FakeDroppedFrames : public media::DroppedFrames, public FakeObject {
+class FakeDroppedFrames : public FakeUnknown<media::DroppedFrames, Iid::dropped_frames> {
   public:
-    FakeDroppedFrames(FakeLedger& ledger, std::string label = "dropped");
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override;
+    explicit FakeDroppedFrames(FakeLedger& ledger, std::string label = "dropped")
+        : FakeUnknown(ledger, std::move(label)) {}
     // Scripts: "get_num_dropped", "get_num_not_dropped".
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
@@ -435,11 +453,10 @@ class FakeGraph : public media::GraphBuilder,
 // filter, then the sink (a new input of the multiplexer), or without a sink the
 // default renderers: interleaved DV through a "DV Splitter", DV video through a
 // "DV Video Decoder" into a "Video Renderer", audio into an "Audio Renderer".
-class FakeCaptureBuilder : public media::CaptureGraphBuilder, public FakeObject {
+class FakeCaptureBuilder
+    : public FakeUnknown<media::CaptureGraphBuilder, Iid::capture_graph_builder> {
   public:
     FakeCaptureBuilder(FakeLedger& ledger, std::string label = "builder");
-    FAKE_UNKNOWN_METHODS
-    void* interface_for(Iid iid) override;
 
     // Scripts: "set_filtergraph", "set_output_file_name", "render_stream",
     // "find_interface".
