@@ -33,7 +33,7 @@ WindowHandle FakeDialogHost::open(DialogProc proc, LParam param, int template_id
     w->is_dialog = true;
     w->dialog_proc = proc;
     dialogs_opened.push_back(template_id);
-    record("dialog_box(" + std::to_string(template_id) + "," + id_of(parent) + ")");
+    record("dialog_box", template_id, id_of(parent));
     proc(handle(w), wm::init_dialog, 0, param);
     return handle(w);
 }
@@ -85,13 +85,8 @@ std::size_t FakeDialogHost::count(const std::string& prefix) const {
 
 LResult FakeDialogHost::dialog_box(int template_id, WindowHandle parent, DialogProc proc,
                                    LParam param) {
-    Window* w = make_window(template_id, win(parent));
-    w->is_dialog = true;
-    w->dialog_proc = proc;
-    dialogs_opened.push_back(template_id);
-    record("dialog_box(" + std::to_string(template_id) + "," + id_of(parent) + ")");
-    WindowHandle h = handle(w);
-    proc(h, wm::init_dialog, 0, param);
+    const WindowHandle h = open(proc, param, template_id, parent);
+    Window* w = win(h);
     auto it = scripts.find(template_id);
     if (!w->ended && it != scripts.end() && !it->second.empty()) {
         Script s = std::move(it->second.front());
@@ -110,7 +105,7 @@ LResult FakeDialogHost::dialog_box(int template_id, WindowHandle parent, DialogP
 }
 
 void FakeDialogHost::end_dialog(WindowHandle dialog, LResult code) {
-    record("end_dialog(" + id_of(dialog) + "," + std::to_string(code) + ")");
+    record("end_dialog", id_of(dialog), code);
     win(dialog)->ended = true;
     win(dialog)->end_code = code;
 }
@@ -132,12 +127,12 @@ WindowHandle FakeDialogHost::get_dlg_item(WindowHandle dialog, int id) {
 }
 
 WindowHandle FakeDialogHost::get_parent(WindowHandle window) {
-    record("get_parent(" + id_of(window) + ")");
+    record("get_parent", id_of(window));
     return handle(win(window)->parent);
 }
 
 void FakeDialogHost::set_prop(WindowHandle window, const char* name, void* value) {
-    record("set_prop(" + id_of(window) + "," + name + ")");
+    record("set_prop", id_of(window), name);
     win(window)->props[name] = value;
 }
 
@@ -148,40 +143,38 @@ void* FakeDialogHost::get_prop(WindowHandle window, const char* name) {
 }
 
 void FakeDialogHost::remove_prop(WindowHandle window, const char* name) {
-    record("remove_prop(" + id_of(window) + "," + name + ")");
+    record("remove_prop", id_of(window), name);
     win(window)->props.erase(name);
 }
 
 bool FakeDialogHost::post_message(WindowHandle window, unsigned message, WParam wparam,
                                   LParam lparam) {
-    record("post_message(" + id_of(window) + "," + std::to_string(message) + "," +
-           std::to_string(wparam) + "," + std::to_string(lparam) + ")");
+    record("post_message", id_of(window), message, wparam, lparam);
     posted.push_back({window, message, wparam, lparam});
     return true;
 }
 
 int FakeDialogHost::message_box(WindowHandle owner, const std::string& text,
                                 const std::string& title, unsigned flags) {
-    record("message_box(" + id_of(owner) + "," + text + "," + title + "," + std::to_string(flags) +
-           ")");
+    record("message_box", id_of(owner), text, title, flags);
     // Echoed so that death tests can see a box shown just before an assertion.
     std::fprintf(stderr, "%s\n", calls.back().c_str());
     return 1;
 }
 
 WindowProc FakeDialogHost::get_window_proc(WindowHandle window) {
-    record("get_window_proc(" + id_of(window) + ")");
+    record("get_window_proc", id_of(window));
     return win(window)->window_proc;
 }
 
 void FakeDialogHost::set_window_proc(WindowHandle window, WindowProc proc) {
-    record("set_window_proc(" + id_of(window) + ")");
+    record("set_window_proc", id_of(window));
     win(window)->window_proc = proc;
 }
 
 LResult FakeDialogHost::call_window_proc(WindowProc proc, WindowHandle window, unsigned message,
                                          WParam wparam, LParam lparam) {
-    record("call_window_proc(" + id_of(window) + "," + std::to_string(message) + ")");
+    record("call_window_proc", id_of(window), message);
     return proc(window, message, wparam, lparam);
 }
 
@@ -190,30 +183,31 @@ Rect FakeDialogHost::get_client_rect(WindowHandle window) {
 }
 
 void FakeDialogHost::set_client_size(WindowHandle window, int width, int height) {
-    record("set_client_size(" + id_of(window) + "," + std::to_string(width) + "," +
-           std::to_string(height) + ")");
+    record("set_client_size", id_of(window), width, height);
     win(window)->client = Rect{0, 0, width, height};
 }
 
 void FakeDialogHost::invalidate_rect(WindowHandle window, const Rect* rect, bool erase) {
-    std::string r = rect ? std::to_string(rect->left) + "," + std::to_string(rect->top) + "," +
-                               std::to_string(rect->right) + "," + std::to_string(rect->bottom)
-                         : std::string("all");
-    record("invalidate_rect(" + id_of(window) + "," + r + "," + (erase ? "1" : "0") + ")");
+    if (rect) {
+        record("invalidate_rect", id_of(window), rect->left, rect->top, rect->right, rect->bottom,
+               erase);
+    } else {
+        record("invalidate_rect", id_of(window), "all", erase);
+    }
 }
 
 void FakeDialogHost::update_window(WindowHandle window) {
-    record("update_window(" + id_of(window) + ")");
+    record("update_window", id_of(window));
 }
 
 void FakeDialogHost::enable_window(WindowHandle window, bool enable) {
-    record("enable_window(" + id_of(window) + "," + (enable ? "1" : "0") + ")");
+    record("enable_window", id_of(window), enable);
     win(window)->enabled = enable;
 }
 
 void FakeDialogHost::set_dlg_item_text(WindowHandle dialog, int id, const std::string& text) {
     in_template(dialog, id);
-    record("set_dlg_item_text(" + std::to_string(id) + "," + text + ")");
+    record("set_dlg_item_text", id, text);
     control(dialog, id).text = text;
 }
 
@@ -228,7 +222,7 @@ void FakeDialogHost::set_dlg_item_int(WindowHandle dialog, int id, std::uint32_t
     in_template(dialog, id);
     const std::string text =
         is_signed ? std::to_string(static_cast<std::int32_t>(value)) : std::to_string(value);
-    record("set_dlg_item_int(" + std::to_string(id) + "," + text + ")");
+    record("set_dlg_item_int", id, text);
     control(dialog, id).text = text;
 }
 
@@ -249,7 +243,7 @@ std::uint32_t FakeDialogHost::get_dlg_item_int(WindowHandle dialog, int id, bool
 
 void FakeDialogHost::check_dlg_button(WindowHandle dialog, int id, bool checked) {
     in_template(dialog, id);
-    record("check_dlg_button(" + std::to_string(id) + "," + (checked ? "1" : "0") + ")");
+    record("check_dlg_button", id, checked);
     control(dialog, id).checked = checked;
 }
 
@@ -262,21 +256,20 @@ void FakeDialogHost::check_radio_button(WindowHandle dialog, int first_id, int l
                                         int checked_id) {
     in_template(dialog, first_id);
     in_template(dialog, last_id);
-    record("check_radio_button(" + std::to_string(first_id) + "," + std::to_string(last_id) + "," +
-           std::to_string(checked_id) + ")");
+    record("check_radio_button", first_id, last_id, checked_id);
     for (int id = first_id; id <= last_id; ++id) {
         control(dialog, id).checked = id == checked_id;
     }
 }
 
 int FakeDialogHost::combo_add_string(WindowHandle combo, const std::string& text) {
-    record("combo_add_string(" + id_of(combo) + "," + text + ")");
+    record("combo_add_string", id_of(combo), text);
     win(combo)->combo_items.push_back(text);
     return static_cast<int>(win(combo)->combo_items.size()) - 1;
 }
 
 void FakeDialogHost::combo_set_cur_sel(WindowHandle combo, int index) {
-    record("combo_set_cur_sel(" + id_of(combo) + "," + std::to_string(index) + ")");
+    record("combo_set_cur_sel", id_of(combo), index);
     Window* w = win(combo);
     w->combo_sel = index >= 0 && index < static_cast<int>(w->combo_items.size()) ? index : -1;
 }
@@ -286,34 +279,32 @@ int FakeDialogHost::combo_get_cur_sel(WindowHandle combo) {
 }
 
 void FakeDialogHost::progress_set_range(WindowHandle bar, int low, int high) {
-    record("progress_set_range(" + id_of(bar) + "," + std::to_string(low) + "," +
-           std::to_string(high) + ")");
+    record("progress_set_range", id_of(bar), low, high);
     win(bar)->progress_low = low;
     win(bar)->progress_high = high;
 }
 
 void FakeDialogHost::progress_set_pos(WindowHandle bar, int position) {
-    record("progress_set_pos(" + id_of(bar) + "," + std::to_string(position) + ")");
+    record("progress_set_pos", id_of(bar), position);
     win(bar)->progress_pos = position;
 }
 
 void FakeDialogHost::list_insert_column(WindowHandle list, int column, const std::string& header,
                                         int width_px) {
-    record("list_insert_column(" + std::to_string(column) + "," + header + "," +
-           std::to_string(width_px) + ")");
+    record("list_insert_column", column, header, width_px);
     auto& cols = win(list)->columns;
     cols.insert(cols.begin() + std::min<std::size_t>(static_cast<std::size_t>(column), cols.size()),
                 header);
 }
 
 void FakeDialogHost::list_delete_all_items(WindowHandle list) {
-    record("list_delete_all_items()");
+    record("list_delete_all_items");
     win(list)->rows.clear();
     win(list)->selected_rows.clear();
 }
 
 void FakeDialogHost::list_insert_item(WindowHandle list, int row, const std::string& text) {
-    record("list_insert_item(" + std::to_string(row) + "," + text + ")");
+    record("list_insert_item", row, text);
     auto& rows = win(list)->rows;
     const auto at = std::min<std::size_t>(static_cast<std::size_t>(std::max(row, 0)), rows.size());
     rows.insert(rows.begin() + static_cast<std::ptrdiff_t>(at), std::vector<std::string>{text});
@@ -321,8 +312,7 @@ void FakeDialogHost::list_insert_item(WindowHandle list, int row, const std::str
 
 void FakeDialogHost::list_set_item_text(WindowHandle list, int row, int column,
                                         const std::string& text) {
-    record("list_set_item_text(" + std::to_string(row) + "," + std::to_string(column) + "," + text +
-           ")");
+    record("list_set_item_text", row, column, text);
     auto& rows = win(list)->rows;
     if (row < 0 || row >= static_cast<int>(rows.size())) {
         return;
@@ -343,8 +333,7 @@ bool FakeDialogHost::list_is_item_selected(WindowHandle list, int row) {
 }
 
 unsigned FakeDialogHost::set_timer(WindowHandle window, unsigned id, unsigned period_ms) {
-    record("set_timer(" + id_of(window) + "," + std::to_string(id) + "," +
-           std::to_string(period_ms) + ")");
+    record("set_timer", id_of(window), id, period_ms);
     if (fail_timers) {
         return 0;
     }
@@ -353,7 +342,7 @@ unsigned FakeDialogHost::set_timer(WindowHandle window, unsigned id, unsigned pe
 }
 
 void FakeDialogHost::kill_timer(WindowHandle window, unsigned id) {
-    record("kill_timer(" + id_of(window) + "," + std::to_string(id) + ")");
+    record("kill_timer", id_of(window), id);
     win(window)->timers.erase(id);
 }
 
@@ -362,7 +351,7 @@ std::uint32_t FakeDialogHost::tick_count() {
 }
 
 BitmapHandle FakeDialogHost::load_bitmap(int id, bool dib_section) {
-    record("load_bitmap(" + std::to_string(id) + "," + (dib_section ? "1" : "0") + ")");
+    record("load_bitmap", id, dib_section);
     return missing_bitmaps.count(id) ? nullptr : bitmap_handle(id);
 }
 
@@ -377,17 +366,16 @@ bool FakeDialogHost::bitmap_size(BitmapHandle bitmap, int& width, int& height) {
 }
 
 void FakeDialogHost::delete_bitmap(BitmapHandle bitmap) {
-    record("delete_bitmap(" + std::to_string(reinterpret_cast<std::intptr_t>(bitmap)) + ")");
+    record("delete_bitmap", reinterpret_cast<std::intptr_t>(bitmap));
 }
 
 IconHandle FakeDialogHost::load_icon(int id) {
-    record("load_icon(" + std::to_string(id) + ")");
+    record("load_icon", id);
     return reinterpret_cast<IconHandle>(static_cast<std::intptr_t>(id));
 }
 
 void FakeDialogHost::set_big_icon(WindowHandle window, IconHandle icon) {
-    record("set_big_icon(" + id_of(window) + "," +
-           std::to_string(reinterpret_cast<std::intptr_t>(icon)) + ")");
+    record("set_big_icon", id_of(window), reinterpret_cast<std::intptr_t>(icon));
 }
 
 BrushHandle FakeDialogHost::stock_brush(StockBrush which) {
@@ -396,43 +384,38 @@ BrushHandle FakeDialogHost::stock_brush(StockBrush which) {
 }
 
 void FakeDialogHost::set_bk_color(DcHandle, Rgb c) {
-    record("set_bk_color(" + std::to_string(c.r) + "," + std::to_string(c.g) + "," +
-           std::to_string(c.b) + ")");
+    record("set_bk_color", c.r, c.g, c.b);
 }
 
 void FakeDialogHost::set_text_color(DcHandle, Rgb c) {
-    record("set_text_color(" + std::to_string(c.r) + "," + std::to_string(c.g) + "," +
-           std::to_string(c.b) + ")");
+    record("set_text_color", c.r, c.g, c.b);
 }
 
 void FakeDialogHost::set_bk_mode_transparent(DcHandle) {
-    record("set_bk_mode_transparent()");
+    record("set_bk_mode_transparent");
 }
 
 void FakeDialogHost::draw_bitmap(DcHandle, int x, int y, int width, int height,
                                  BitmapHandle bitmap) {
-    record("draw_bitmap(" + std::to_string(x) + "," + std::to_string(y) + "," +
-           std::to_string(width) + "," + std::to_string(height) + "," +
-           std::to_string(reinterpret_cast<std::intptr_t>(bitmap)) + ")");
+    record("draw_bitmap", x, y, width, height, reinterpret_cast<std::intptr_t>(bitmap));
 }
 
 void FakeDialogHost::draw_bitmap_on_window(WindowHandle window, int x, int y, BitmapHandle bitmap) {
-    record("draw_bitmap_on_window(" + id_of(window) + "," + std::to_string(x) + "," +
-           std::to_string(y) + "," + std::to_string(reinterpret_cast<std::intptr_t>(bitmap)) + ")");
+    record("draw_bitmap_on_window", id_of(window), x, y, reinterpret_cast<std::intptr_t>(bitmap));
 }
 
 WindowHandle FakeDialogHost::create_tooltip(WindowHandle owner) {
-    record("create_tooltip(" + id_of(owner) + ")");
+    record("create_tooltip", id_of(owner));
     return handle(make_window(-100, win(owner)));
 }
 
 void FakeDialogHost::add_tool(WindowHandle, WindowHandle control, int id, const Rect&,
                               const std::string& text) {
-    record("add_tool(" + id_of(control) + "," + std::to_string(id) + "," + text + ")");
+    record("add_tool", id_of(control), id, text);
 }
 
 CursorHandle FakeDialogHost::set_wait_cursor() {
-    record("set_wait_cursor()");
+    record("set_wait_cursor");
     CursorHandle previous =
         reinterpret_cast<CursorHandle>(cursor == 1 ? wait_cursor : normal_cursor);
     cursor = 1;
@@ -440,11 +423,11 @@ CursorHandle FakeDialogHost::set_wait_cursor() {
 }
 
 void FakeDialogHost::set_cursor(CursorHandle c) {
-    record("set_cursor()");
+    record("set_cursor");
     cursor = reinterpret_cast<std::intptr_t>(c) == wait_cursor ? 1 : 0;
 }
 
 std::optional<std::string> FakeDialogHost::browse_for_folder(const std::string& title) {
-    record("browse_for_folder(" + title + ")");
+    record("browse_for_folder", title);
     return folder_choice;
 }

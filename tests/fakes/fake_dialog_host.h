@@ -71,6 +71,8 @@ class FakeDialogHost : public DialogHost {
 
     // Every call, formatted "name(arg,arg)" in call order.
     std::vector<std::string> calls;
+    // When set, also sees each call as it is recorded (to merge it into another log).
+    std::function<void(const std::string&)> echo;
     bool called(const std::string& call) const;
     std::size_t count(const std::string& prefix) const;
     // Message boxes and dialogs opened, by template id, in order.
@@ -172,7 +174,24 @@ class FakeDialogHost : public DialogHost {
     Window* make_window(int id, Window* parent);
     // False (and noted) when control_exists says the dialog's template lacks `id`.
     bool in_template(WindowHandle dialog, int id);
-    void record(std::string call) { calls.push_back(std::move(call)); }
+    // Records "name(arg,arg)": strings as they are, bools as 1/0, numbers in decimal.
+    template <class... Args>
+    void record(const char* name, const Args&... args) {
+        std::string call = std::string(name) + "(";
+        [[maybe_unused]] const char* separator = "";
+        ((call += separator + arg_text(args), separator = ","), ...);
+        calls.push_back(call + ")");
+        if (echo) {
+            echo(calls.back());
+        }
+    }
+    static std::string arg_text(const std::string& s) { return s; }
+    static std::string arg_text(const char* s) { return s; }
+    static std::string arg_text(bool b) { return b ? "1" : "0"; }
+    template <class T>
+    static std::string arg_text(T n) {
+        return std::to_string(n);
+    }
     std::vector<std::unique_ptr<Window>> windows;
     std::deque<Posted> posted;
     std::map<int, std::deque<Script>> scripts;

@@ -10,57 +10,6 @@
 using Strings = std::vector<std::string>;
 
 namespace {
-// The fake host, with the calls CapWin makes also written into the media log, so that
-// one sequence shows the order between window and graph calls.
-class MergedHost : public FakeDialogHost {
-  public:
-    explicit MergedHost(FakeLedger& ledger) : ledger(ledger) {}
-
-    void set_prop(WindowHandle w, const char* name, void* value) override {
-        note(std::string("set_prop(") + name + ")");
-        FakeDialogHost::set_prop(w, name, value);
-    }
-    void remove_prop(WindowHandle w, const char* name) override {
-        note(std::string("remove_prop(") + name + ")");
-        FakeDialogHost::remove_prop(w, name);
-    }
-    WindowProc get_window_proc(WindowHandle w) override {
-        note("get_window_proc");
-        return FakeDialogHost::get_window_proc(w);
-    }
-    void set_window_proc(WindowHandle w, WindowProc proc) override {
-        note("set_window_proc");
-        FakeDialogHost::set_window_proc(w, proc);
-    }
-    LResult call_window_proc(WindowProc proc, WindowHandle w, unsigned message, WParam wparam,
-                             LParam lparam) override {
-        note("call_window_proc(" + std::to_string(message) + ")");
-        return FakeDialogHost::call_window_proc(proc, w, message, wparam, lparam);
-    }
-    bool post_message(WindowHandle w, unsigned message, WParam wparam, LParam lparam) override {
-        note("post_message(" + std::to_string(win(w)->id) + "," + std::to_string(message) + "," +
-             std::to_string(wparam) + "," + std::to_string(lparam) + ")");
-        return FakeDialogHost::post_message(w, message, wparam, lparam);
-    }
-    Rect get_client_rect(WindowHandle w) override {
-        note("get_client_rect");
-        return FakeDialogHost::get_client_rect(w);
-    }
-    void invalidate_rect(WindowHandle w, const Rect* rect, bool erase) override {
-        note(std::string("invalidate_rect(") + (rect ? "part" : "all") + "," + (erase ? "1" : "0") +
-             ")");
-        FakeDialogHost::invalidate_rect(w, rect, erase);
-    }
-    void update_window(WindowHandle w) override {
-        note("update_window");
-        FakeDialogHost::update_window(w);
-    }
-
-  private:
-    void note(const std::string& call) { ledger.calls.push_back("host." + call); }
-    FakeLedger& ledger;
-};
-
 using Message = std::tuple<unsigned, WParam, LParam>;
 std::vector<Message> dialog_messages;
 std::vector<unsigned> pane_messages;
@@ -80,7 +29,7 @@ constexpr int pane_id = 101;
 
 struct Win : ::testing::Test {
     FakeMediaFactory media;
-    MergedHost host{media.ledger};
+    FakeDialogHost host;
     FakeSystem system;
     NoSettings settings;
     CapPlatform platform{host, system, settings, media};
@@ -92,6 +41,11 @@ struct Win : ::testing::Test {
     std::unique_ptr<CapWin> win = std::make_unique<CapWin>(host);
 
     Win() {
+        // The host's calls join the media log, so that one sequence shows the order
+        // between window and graph calls.
+        host.echo = [this](const std::string& call) {
+            media.ledger.calls.push_back("host." + call);
+        };
         dialog_messages.clear();
         pane_messages.clear();
         host.control(dialog, pane_id).client = Rect{0, 0, 320, 240};
@@ -107,13 +61,13 @@ TEST_F(Win, AttachTakesTheInterfacesSubclassesThePaneAndShowsTheVideoInOrder) {
     win->attach(pane, graph_builder);
     EXPECT_EQ(
         media.ledger.calls,
-        (Strings{"host.set_prop(kestrelCapWinProp)", "graph.query_interface(video_window)",
+        (Strings{"host.set_prop(101,kestrelCapWinProp)", "graph.query_interface(video_window)",
                  "graph.query_interface(media_control)", "graph.query_interface(media_event)",
                  "graph.query_interface(media_seeking)", "graph.set_notify_window(window,1028,0)",
-                 "host.get_window_proc", "host.set_window_proc", "graph.put_owner(window)",
-                 "graph.put_window_style(1107296256)", "host.get_client_rect",
+                 "host.get_window_proc(101)", "host.set_window_proc(101)",
+                 "graph.put_owner(window)", "graph.put_window_style(1107296256)",
                  "graph.set_window_position(0,0,320,240)", "graph.put_visible(-1)",
-                 "host.invalidate_rect(all,1)", "host.update_window"}));
+                 "host.invalidate_rect(101,all,1)", "host.update_window(101)"}));
     EXPECT_TRUE(win->attached());
     EXPECT_FALSE(win->running());
     EXPECT_FALSE(graph.is_running);
@@ -155,7 +109,7 @@ TEST_F(Win, EachAttachFailureRaisesItsCodeStopsThereAndDetachUndoesIt) {
         const Strings graph_calls = media.ledger.matching("graph.");
         ASSERT_FALSE(graph_calls.empty());
         EXPECT_EQ(graph_calls.back(), row.last_call);
-        EXPECT_FALSE(media.ledger.called("host.invalidate_rect(all,1)"));
+        EXPECT_FALSE(media.ledger.called("host.invalidate_rect(101,all,1)"));
         EXPECT_TRUE(win->attached());
         win->detach();
         EXPECT_FALSE(win->attached());
@@ -174,7 +128,7 @@ TEST_F(Win, DetachOfARunningWindowStopsHidesUnownsThenRestoresThePane) {
     win->detach();
     EXPECT_EQ(media.ledger.calls,
               (Strings{"graph.stop", "graph.put_visible(0)", "graph.put_owner(null)",
-                       "host.set_window_proc", "host.remove_prop(kestrelCapWinProp)"}));
+                       "host.set_window_proc(101)", "host.remove_prop(101,kestrelCapWinProp)"}));
     EXPECT_FALSE(win->running());
     EXPECT_FALSE(win->attached());
     EXPECT_FALSE(graph.is_running);
@@ -250,8 +204,7 @@ TEST_F(Win, AttachedPaneFollowsResizesNeverErasesAndForwardsGraphEvents) {
     media.ledger.calls.clear();
     EXPECT_EQ(host.send(pane, wm::size, 0, 0), 77);
     EXPECT_EQ(media.ledger.calls,
-              (Strings{"host.get_client_rect", "graph.set_window_position(0,0,640,480)",
-                       "host.call_window_proc(5)"}));
+              (Strings{"graph.set_window_position(0,0,640,480)", "host.call_window_proc(101,5)"}));
     EXPECT_EQ(graph.position, (FakeGraph::Position{0, 0, 640, 480}));
 
     media.ledger.calls.clear();
@@ -261,7 +214,8 @@ TEST_F(Win, AttachedPaneFollowsResizesNeverErasesAndForwardsGraphEvents) {
     media.ledger.calls.clear();
     EXPECT_EQ(host.send(pane, wm::graph_event, 5, 6), 77);
     EXPECT_EQ(media.ledger.calls,
-              (Strings{"host.post_message(100,1028,0,0)", "host.call_window_proc(1028)"}));
+              (Strings{"host.get_parent(101)", "host.post_message(100,1028,0,0)",
+                       "host.call_window_proc(101,1028)"}));
     dialog_messages.clear();
     host.pump();
     EXPECT_EQ(dialog_messages, (std::vector<Message>{{wm::graph_event, 0, 0}}));
