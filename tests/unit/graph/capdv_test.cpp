@@ -9,7 +9,6 @@ using media::MajorType;
 using media::PinCategory;
 using media::PinDirection;
 using Bytes = std::vector<std::uint8_t>;
-using Strings = std::vector<std::string>;
 
 namespace {
 Bytes bytes_of(const std::array<std::uint8_t, 8>& frame) {

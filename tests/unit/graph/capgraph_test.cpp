@@ -6,7 +6,6 @@
 #include "tests/unit/graph/graph_rig.h"
 
 using media::DeviceCategory;
-using Strings = std::vector<std::string>;
 
 namespace {
 // A connected graph as the application's connect step leaves it.
@@ -16,16 +15,8 @@ struct Graphs : ::testing::Test {
     FakeGraph& fake_graph = media.graph;
     std::unique_ptr<CapGraph> graph = std::make_unique<CapGraph>(media);
 
-    void connect_dv() {
-        graph->source = graph->get_filter(DeviceCategory::video_input, 0);
-        graph->add_filter(graph->source.get());
-    }
-    void connect_wdm() {
-        graph->source = graph->get_filter(DeviceCategory::video_input, 1);
-        graph->add_filter(graph->source.get());
-        graph->audio_source = graph->get_filter(DeviceCategory::audio_input, 0);
-        graph->add_filter(graph->audio_source.get());
-    }
+    void connect_dv() { connect_sources(*graph, 0); }
+    void connect_wdm() { connect_sources(*graph, 1, 0); }
     Strings requests() const { return media.builder.described_requests(); }
     // Every pin of every filter the graph holds or held, still connected.
     Strings connected_pins(std::initializer_list<FakeFilter*> filters) const {
@@ -137,13 +128,11 @@ TEST_F(Graphs, DvType2CaptureAddsTheSplitterSetsNoInterleavingThenThreeRequests)
         "builder.render_stream(capture interleaved DV Camcorder -> DV Splitter -> AVI Mux)",
         "builder.render_stream(none none DV Splitter -> - -> AVI Mux)",
         "builder.render_stream(preview interleaved DV Camcorder -> - -> -)"};
-    Strings made;
-    for (const auto& call : media.ledger.calls) {
-        if (call.rfind("factory.", 0) == 0 || call.rfind("graph.add_filter", 0) == 0 ||
-            call.rfind("AVI Mux.", 0) == 0 || call.rfind("builder.", 0) == 0) {
-            made.push_back(call);
-        }
-    }
+    Strings made = media.ledger.calls;
+    std::erase_if(made, [](const std::string& call) {
+        return call.rfind("factory.", 0) && call.rfind("graph.add_filter", 0) &&
+               call.rfind("AVI Mux.", 0) && call.rfind("builder.", 0);
+    });
     EXPECT_EQ(made, expected_calls);
     // Video and audio each reach the multiplexer through the splitter.
     EXPECT_EQ(splitter.pin("DVVidOut0")->peer, media.builder.mux->pin("Input 01"));
@@ -183,8 +172,7 @@ TEST_F(Graphs, DvType2FailuresRaiseTheirCodesAndDropOurSplitterReference) {
         SCOPED_TRACE(row.what);
         GraphPlatform local;
         CapGraph g(local.media);
-        g.source = g.get_filter(DeviceCategory::video_input, 0);
-        g.add_filter(g.source.get());
+        connect_sources(g, 0);
         g.set_output_file("/tmp/c.avi");
         row.script(local.media);
         EXPECT_TRUE(raises([&] { g.build_dv_type2_capture(); }, row.code, E_TEST1));
@@ -288,10 +276,7 @@ TEST_F(Graphs, PreviewsAreOneRequestForDvAndTwoForWdm) {
 
     GraphPlatform local;
     CapGraph wdm(local.media);
-    wdm.source = wdm.get_filter(DeviceCategory::video_input, 1);
-    wdm.add_filter(wdm.source.get());
-    wdm.audio_source = wdm.get_filter(DeviceCategory::audio_input, 1);
-    wdm.add_filter(wdm.audio_source.get());
+    connect_sources(wdm, 1, 1);
     wdm.build_wdm_preview();
     EXPECT_EQ(
         local.media.builder.described_requests(),
@@ -362,14 +347,8 @@ TEST_F(Graphs, TeardownOfAChainRemovesTheFarEndFirstAndDisconnectsEachLinkPeerFi
     fake_graph.connect(*decoder.pin("Output"), *renderer.pin("In"));
     media.ledger.calls.clear();
     graph->teardown();
-    Strings graph_calls;
-    for (const auto& call : media.ledger.calls) {
-        if (call.rfind("graph.", 0) == 0) {
-            graph_calls.push_back(call);
-        }
-    }
     EXPECT_EQ(
-        graph_calls,
+        media.ledger.matching("graph."),
         (Strings{"graph.disconnect(Renderer:In)", "graph.disconnect(Decoder:Output)",
                  "graph.remove_filter(Renderer)", "graph.disconnect(Decoder:Input)",
                  "graph.disconnect(DV Splitter:DVVidOut0)", "graph.remove_filter(Decoder)",

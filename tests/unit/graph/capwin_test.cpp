@@ -7,8 +7,6 @@
 #include "graph/capwin.h"
 #include "tests/unit/graph/graph_rig.h"
 
-using Strings = std::vector<std::string>;
-
 namespace {
 using Message = std::tuple<unsigned, WParam, LParam>;
 std::vector<Message> dialog_messages;

@@ -15,46 +15,39 @@ struct Enumeration : ::testing::Test {
     GraphPlatform fakes;
     FakeMediaFactory& media = fakes.media;
     CapGraph graph{media};
-    WindowHandle dialog = fakes.host.open(
-        [](WindowHandle, unsigned, WParam, LParam) -> LResult { return 0; }, 0, 200);
-    WindowHandle combo = fakes.host.get_dlg_item(dialog, 1002);
+    WindowHandle combo = open_device_combo(fakes.host);
 
     std::vector<std::string> listed() { return FakeDialogHost::win(combo)->combo_items; }
 };
 
-bool count_and_stop(media::Moniker*, void* context) {
-    ++*static_cast<int*>(context);
-    return false;
+// Device walk callbacks counting the devices in an int.
+bool count_and_stop(media::Moniker*, void* count) {
+    return !++*static_cast<int*>(count);
 }
 
-bool count_all(media::Moniker*, void* context) {
-    ++*static_cast<int*>(context);
-    return true;
+bool count_all(media::Moniker*, void* count) {
+    return ++*static_cast<int*>(count);
 }
 
-bool throw_on_second(media::Moniker*, void* context) {
-    if (++*static_cast<int*>(context) == 2) {
-        throw new ComError(E_TEST1, ERR_NONE);
-    }
-    return true;
+bool throw_on_second(media::Moniker*, void* count) {
+    return ++*static_cast<int*>(count) == 2 ? throw new ComError(E_TEST1, ERR_NONE) : true;
 }
 }  // namespace
 
 TEST_F(Enumeration, ListsFriendlyNamesInEnumerationOrderAndReleasesEverything) {
     RefBaseline baseline(media.ledger);
     graph.enum_devices(DeviceCategory::video_input, add_device_name, combo);
-    EXPECT_EQ(listed(), (std::vector<std::string>{"DV Camcorder", "USB Video Device"}));
+    EXPECT_EQ(listed(), (Strings{"DV Camcorder", "USB Video Device"}));
     // Compressor lists already hold "No compression" and are appended to, unsorted.
     fakes.host.combo_add_string(combo, "No compression");
     media.catalogue[DeviceCategory::video_compressor][0].name = "Zeta Codec";
     graph.enum_devices(DeviceCategory::video_compressor, add_device_name, combo);
-    EXPECT_EQ(listed(),
-              (std::vector<std::string>{"DV Camcorder", "USB Video Device", "No compression",
-                                        "Zeta Codec", "Cinepak Codec", "Indeo Video"}));
+    EXPECT_EQ(listed(), (Strings{"DV Camcorder", "USB Video Device", "No compression", "Zeta Codec",
+                                 "Cinepak Codec", "Indeo Video"}));
     EXPECT_TRUE(media.ledger.called("factory.create_instance(system_device_enum,create_dev_enum)"));
     EXPECT_TRUE(media.ledger.called("devenum.create_class_enumerator(video_compressor,0)"));
     EXPECT_TRUE(media.ledger.called("bag:Zeta Codec.read(FriendlyName)"));
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, EmptyCategoryCallsNothingAndBindsNothing) {
@@ -66,7 +59,7 @@ TEST_F(Enumeration, EmptyCategoryCallsNothingAndBindsNothing) {
     EXPECT_EQ(media.ledger.count("enum_moniker"), 0u);
     EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::audio_input, 0); },
                        ERR_INDEX_NOT_IN_ENUM, S_OK));
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, WalkStopsWhenTheCallbackSaysSoOrTheEnumeratorFails) {
@@ -94,7 +87,7 @@ TEST_F(Enumeration, CallbackThatThrowsStillReleasesTheWalk) {
         [&] { graph.enum_devices(DeviceCategory::video_compressor, throw_on_second, &calls); },
         ERR_NONE, E_TEST1));
     EXPECT_EQ(calls, 2);
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, EveryFailureOfTheWalkRaisesItsCodeAndLeaksNothing) {
@@ -122,15 +115,13 @@ TEST_F(Enumeration, EveryFailureOfTheWalkRaisesItsCodeAndLeaksNothing) {
         SCOPED_TRACE(row.what);
         GraphPlatform local;
         CapGraph g(local.media);
-        WindowHandle dlg = local.host.open(
-            [](WindowHandle, unsigned, WParam, LParam) -> LResult { return 0; }, 0, 200);
-        WindowHandle list = local.host.get_dlg_item(dlg, 1002);
+        WindowHandle list = open_device_combo(local.host);
         row.script(local.media);
         RefBaseline baseline(local.media.ledger);
         EXPECT_TRUE(
             raises([&] { g.enum_devices(DeviceCategory::video_input, add_device_name, list); },
                    row.code, E_TEST1));
-        EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+        EXPECT_EQ(baseline.changes(), Strings{});
         EXPECT_TRUE(FakeDialogHost::win(list)->combo_items.empty());
     }
 }
@@ -141,9 +132,9 @@ TEST_F(Enumeration, MissingFriendlyNameStopsTheListingAtThatDevice) {
     EXPECT_TRUE(raises(
         [&] { graph.enum_devices(DeviceCategory::video_compressor, add_device_name, combo); },
         ERR_MISSING_PROPERTY, E_INVALIDARG));
-    EXPECT_EQ(listed(), std::vector<std::string>{"MJPEG Compressor"});
+    EXPECT_EQ(listed(), Strings{"MJPEG Compressor"});
     EXPECT_EQ(media.ledger.count("moniker:Indeo Video"), 0u);
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, GetFilterBindsTheDeviceAtTheIndexOnly) {
@@ -160,7 +151,7 @@ TEST_F(Enumeration, GetFilterBindsTheDeviceAtTheIndexOnly) {
         EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::video_compressor, index); },
                            ERR_INDEX_NOT_IN_ENUM, S_OK));
     }
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, GetFilterReportsABindFailureAndTheSameDeviceElsewhereIsUntouched) {
@@ -168,7 +159,7 @@ TEST_F(Enumeration, GetFilterReportsABindFailureAndTheSameDeviceElsewhereIsUntou
     RefBaseline baseline(media.ledger);
     EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::audio_compressor, 1); },
                        ERR_NOT_A_FILTER, E_TEST2));
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
     media.ledger.calls.clear();
     ComPtr<media::BaseFilter> first = graph.get_filter(DeviceCategory::audio_compressor, 0);
     EXPECT_TRUE(first.valid());
@@ -183,7 +174,7 @@ TEST_F(Enumeration, GetFilterMapsTheEnumeratorFailures) {
     media.catalogue.script.fail("create_class_enumerator", E_TEST2, 1);
     EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::video_input, 0); },
                        ERR_CREATE_CLASS_ENUM, E_TEST2));
-    EXPECT_EQ(baseline.changes(), std::vector<std::string>{});
+    EXPECT_EQ(baseline.changes(), Strings{});
 }
 
 TEST_F(Enumeration, AddFilterNamesEachFilterObjectUniquely) {

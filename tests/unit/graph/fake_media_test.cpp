@@ -7,7 +7,6 @@
 
 using media::MajorType;
 using media::PinCategory;
-using Strings = std::vector<std::string>;
 
 TEST(FakeScript, AnswersAlwaysOrOnTheNthCallOnly) {
     FakeScript script;

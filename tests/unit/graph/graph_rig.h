@@ -8,6 +8,7 @@
 #include <string>
 
 #include "app/errors.h"
+#include "graph/capgraph.h"
 #include "platform/settings_store.h"
 #include "tests/fakes/fake_dialog_host.h"
 #include "tests/fakes/fake_media.h"
@@ -50,6 +51,26 @@ template <class F>
                << ", expected code " << code << " (" << error_texts[code] << ") with hr " << hr;
     }
     return ::testing::AssertionFailure() << "nothing raised, expected code " << code;
+}
+
+using Strings = std::vector<std::string>;
+
+// The application's connect step: the video input at `video` and, when `audio` is not
+// negative, the audio input at that index, each added to the graph.
+inline void connect_sources(CapGraph& graph, int video, int audio = -1) {
+    graph.source = graph.get_filter(media::DeviceCategory::video_input, video);
+    graph.add_filter(graph.source.get());
+    if (audio >= 0) {
+        graph.audio_source = graph.get_filter(media::DeviceCategory::audio_input, audio);
+        graph.add_filter(graph.audio_source.get());
+    }
+}
+
+// A dialog with an empty combo box (id 1002) to list devices into.
+inline WindowHandle open_device_combo(FakeDialogHost& host) {
+    const WindowHandle dialog =
+        host.open([](WindowHandle, unsigned, WParam, LParam) -> LResult { return 0; }, 0, 200);
+    return host.get_dlg_item(dialog, 1002);
 }
 
 // Distinct failure results, so that a test sees which call's result was reported.
