@@ -243,25 +243,34 @@ std::vector<std::string> FakeLedger::held() const {
 // ---- Enumerators ---------------------------------------------------------------------------
 
 namespace {
+// One step of an enumerator: the scripted answer of its owner first (S_FALSE or a
+// failure ends the walk there), then the next of `items`, handed out by `give`.
+template <class Items, class Give>
+HRESULT next_item(HRESULT scripted, const Items& items, std::size_t& position, Give give) {
+    if (scripted != S_OK) {
+        return scripted;
+    }
+    if (position >= items.size()) {
+        return S_FALSE;
+    }
+    give(items[position++]);
+    return S_OK;
+}
+
 class FakeEnumMediaTypes : public FakeUnknown<media::EnumMediaTypes, Iid::enum_media_types> {
   public:
     FakeEnumMediaTypes(FakeLedger& ledger, FakePin& pin)
         : FakeUnknown(ledger, "enum_media_types:" + pin_label(pin)), pin(pin) {}
     HRESULT next(media::MediaType& out, std::uint32_t* fetched) override {
         log("next");
+        std::uint32_t got = 0;
+        const HRESULT hr = next_item(pin.script.result("enum_media_types.next"), pin.types,
+                                     position, [&](const media::MediaType& t) {
+                                         out = t;
+                                         got = 1;
+                                     });
         if (fetched) {
-            *fetched = 0;
-        }
-        const HRESULT hr = pin.script.result("enum_media_types.next");
-        if (hr != S_OK) {
-            return hr;  // a scripted failure, or S_FALSE: the end
-        }
-        if (position >= pin.types.size()) {
-            return S_FALSE;
-        }
-        out = pin.types[position++];
-        if (fetched) {
-            *fetched = 1;
+            *fetched = got;
         }
         return hr;
     }
@@ -278,15 +287,8 @@ class FakeEnumPins : public FakeUnknown<media::EnumPins, Iid::enum_pins> {
     HRESULT next(media::Pin** out) override {
         log("next");
         *out = nullptr;
-        const HRESULT hr = filter.script.result("enum_pins.next");
-        if (hr != S_OK) {
-            return hr;  // a scripted failure, or S_FALSE: the end
-        }
-        if (position >= pins.size()) {
-            return S_FALSE;
-        }
-        pins[position++]->give(Iid::pin, reinterpret_cast<void**>(out));
-        return hr;
+        return next_item(filter.script.result("enum_pins.next"), pins, position,
+                         [&](FakePin* p) { p->give(Iid::pin, reinterpret_cast<void**>(out)); });
     }
     HRESULT reset() override {
         log("reset");
@@ -439,10 +441,6 @@ FakePin* FakeFilter::free_output() const {
     return output(PinCategory::none, MajorType::none, true);
 }
 
-bool FakeFilter::any_connected() const {
-    return std::any_of(pins.begin(), pins.end(), [](const FakePin* p) { return p->connected(); });
-}
-
 FakeMux::FakeMux(FakeLedger& ledger_, std::string name) : FakeFilter(ledger_, std::move(name)) {
     add_pin("AVI Out", PinDirection::output, PinCategory::none,
             {{media::fourcc_subtype('a', 'v', 'i', ' '),
@@ -508,21 +506,26 @@ void* FakeDvFilter::interface_for(Iid iid) {
     }
 }
 
+namespace {
+// A device's answer for `key`, one of two it knows (v1 for k1, v2 for k2); E_INVALIDARG
+// for any other. A scripted failure `hr` comes first.
+HRESULT answer_for(HRESULT hr, long key, long* out, long k1, long v1, long k2, long v2) {
+    if (succeeded(hr) && key != k1 && key != k2) {
+        return E_INVALIDARG;
+    }
+    if (succeeded(hr)) {
+        *out = key == k1 ? v1 : v2;
+    }
+    return hr;
+}
+}  // namespace
+
 HRESULT FakeDvFilter::get_capability(long capability, long* value, double* dbl_value) {
     log("get_capability(" + std::to_string(capability) + "," + (dbl_value ? "dbl" : "null") + ")");
     capability_requests.push_back(capability);
-    const HRESULT hr = script.result("get_capability");
-    if (failed(hr)) {
-        return hr;
-    }
-    if (capability == media::ED_DEVCAP_NORMAL_RATE) {
-        *value = normal_rate;
-    } else if (capability == media::ED_DEVCAP_DEVICE_TYPE) {
-        *value = device_type;
-    } else {
-        return E_INVALIDARG;
-    }
-    return hr;
+    return answer_for(script.result("get_capability"), capability, value,
+                      media::ED_DEVCAP_NORMAL_RATE, normal_rate, media::ED_DEVCAP_DEVICE_TYPE,
+                      device_type);
 }
 
 HRESULT FakeDvFilter::put_mode(long mode) {
@@ -538,18 +541,8 @@ HRESULT FakeDvFilter::put_mode(long mode) {
 
 HRESULT FakeDvFilter::get_status(long item, long* value) {
     log("get_status(" + std::to_string(item) + ")");
-    const HRESULT hr = script.result("get_status");
-    if (failed(hr)) {
-        return hr;
-    }
-    if (item == media::ED_MODE) {
-        *value = status_mode;
-    } else if (item == media::ED_MODE_PLAY) {
-        *value = playing;
-    } else {
-        return E_INVALIDARG;
-    }
-    return hr;
+    return answer_for(script.result("get_status"), item, value, media::ED_MODE, status_mode,
+                      media::ED_MODE_PLAY, playing);
 }
 
 HRESULT FakeDvFilter::get_transport_basic_parameters(long param, long* length,
@@ -702,16 +695,11 @@ class FakeEnumMoniker : public FakeUnknown<media::EnumMoniker, Iid::enum_moniker
     HRESULT next(media::Moniker** out) override {
         log("next");
         *out = nullptr;
-        const HRESULT hr = catalogue.script.result("next");
-        if (hr != S_OK) {
-            return hr;  // a scripted failure, or S_FALSE: the end
-        }
-        if (position >= devices.size()) {
-            return S_FALSE;
-        }
-        ledger.make<FakeMoniker>(catalogue, devices[position++])
-            .give(Iid::moniker, reinterpret_cast<void**>(out));
-        return hr;
+        return next_item(catalogue.script.result("next"), devices, position,
+                         [&](const FakeDevice& d) {
+                             ledger.make<FakeMoniker>(catalogue, d)
+                                 .give(Iid::moniker, reinterpret_cast<void**>(out));
+                         });
     }
 
   private:

@@ -243,8 +243,6 @@ class FakeFilter : public media::BaseFilter, public media::SpecifyPropertyPages,
     // The first unconnected input / output pin; null when none is left.
     virtual FakePin* free_input();
     FakePin* free_output() const;
-    // Whether any pin of the filter is connected.
-    bool any_connected() const;
 
     // Whether it answers SpecifyPropertyPages, and the page ids it lists.
     bool has_property_pages = true;

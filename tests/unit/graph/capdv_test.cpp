@@ -2,6 +2,8 @@
 // track number, transport and the AV/C seek frame.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "graph/capdv.h"
 #include "tests/unit/graph/graph_rig.h"
 
@@ -167,13 +169,12 @@ TEST_F(Dv, TimecodeIsPackedBcdTakenWithoutValidation) {
     for (const Row& row : {Row{0x01234529, 1, 23, 45, 29}, Row{0x00000000, 0, 0, 0, 0},
                            Row{0x9F000000, 105, 0, 0, 0}, Row{0x23595924, 23, 59, 59, 24},
                            Row{0x00AB0C9F, 0, 111, 12, 105}}) {
+        SCOPED_TRACE(row.bcd);
         camera.timecode_bcd = row.bcd;
         Timecode tc;
         ASSERT_TRUE(dv.get_timecode(tc));
-        EXPECT_EQ(tc.hours, row.h) << std::hex << row.bcd;
-        EXPECT_EQ(tc.minutes, row.m) << std::hex << row.bcd;
-        EXPECT_EQ(tc.seconds, row.s) << std::hex << row.bcd;
-        EXPECT_EQ(tc.frames, row.f) << std::hex << row.bcd;
+        EXPECT_EQ(std::tie(tc.hours, tc.minutes, tc.seconds, tc.frames),
+                  std::tie(row.h, row.m, row.s, row.f));
     }
 }
 

@@ -267,8 +267,9 @@ TEST_F(Win, DestructionStopsAndLetsGoOfEverything) {
 TEST_F(Win, PropertyPagesOpenAModalFrameOfTheObject) {
     FakeFilter& decoder = media.ledger.make<FakeFilter>("DV Video Decoder");
     decoder.pages = {{1, 2, 3, {}}, {4, 5, 6, {}}};
+    media::BaseFilter* object = &decoder;
     RefBaseline baseline(media.ledger);
-    CapWin::show_property_pages(dialog, static_cast<media::BaseFilter*>(&decoder), "DV Capture");
+    CapWin::show_property_pages(dialog, object, "DV Capture");
     ASSERT_EQ(media.frames.size(), 1u);
     EXPECT_EQ(media.frames[0].owner, dialog);
     EXPECT_EQ(media.frames[0].caption, "DV Capture");
@@ -277,22 +278,15 @@ TEST_F(Win, PropertyPagesOpenAModalFrameOfTheObject) {
     EXPECT_EQ(baseline.changes(), Strings{});
 
     decoder.fail("get_pages", E_TEST1);  // ignored: a frame without pages
-    CapWin::show_property_pages(dialog, static_cast<media::BaseFilter*>(&decoder), "WDM Capture");
+    CapWin::show_property_pages(dialog, object, "WDM Capture");
     ASSERT_EQ(media.frames.size(), 2u);
     EXPECT_TRUE(media.frames[1].pages.empty());
 
     media.fail("create_property_frame", E_TEST2);
-    EXPECT_TRUE(raises(
-        [&] {
-            CapWin::show_property_pages(dialog, static_cast<media::BaseFilter*>(&decoder), "x");
-        },
-        ERR_PROPERTY_FRAME, E_TEST2));
+    const auto show = [&] { CapWin::show_property_pages(dialog, object, "x"); };
+    EXPECT_TRUE(raises(show, ERR_PROPERTY_FRAME, E_TEST2));
     decoder.has_property_pages = false;
-    EXPECT_TRUE(raises(
-        [&] {
-            CapWin::show_property_pages(dialog, static_cast<media::BaseFilter*>(&decoder), "x");
-        },
-        ERR_PROPERTY_PAGES_IF, E_NOINTERFACE));
+    EXPECT_TRUE(raises(show, ERR_PROPERTY_PAGES_IF, E_NOINTERFACE));
     EXPECT_EQ(media.frames.size(), 3u);
     EXPECT_EQ(baseline.changes(), Strings{});
 }
