@@ -80,7 +80,9 @@ TEST_F(Dv, IsDvMovesToTheNextPinWhenTypesCannotBeListed) {
     EXPECT_EQ(baseline.changes(), Strings{});
 }
 
-TEST_F(Dv, AttachAsksTransportTimecodeDeviceThenTheRate) {
+TEST_F(Dv, AttachAsksTransportTimecodeDeviceThenTheRateAndDetachGivesThemBack) {
+    dv.detach();  // harmless before any attach
+    EXPECT_FALSE(dv.attached());
     dv.attach(&camera);
     EXPECT_TRUE(dv.attached());
     EXPECT_EQ(ledger.matching("DV Camcorder.query_interface"),
@@ -92,13 +94,16 @@ TEST_F(Dv, AttachAsksTransportTimecodeDeviceThenTheRate) {
     EXPECT_EQ(dv.time_format(), 4504);  // PAL
     EXPECT_EQ(camera.refs(), 3);        // one per interface; the filter itself is borrowed
     dv.detach();
+    dv.detach();
     EXPECT_FALSE(dv.attached());
     EXPECT_EQ(camera.refs(), 0);
+    EXPECT_EQ(dv.dv_mode_name(2), "Camera");  // names survive detach
 
+    // Attach and detach alternate on every reconnect.
     camera.normal_rate = media::ED_RATE_2997;
     dv.attach(&camera);
     EXPECT_EQ(dv.time_format(), 4503);  // NTSC, drop frame
-    dv.detach();
+    EXPECT_EQ(camera.refs(), 3);
 }
 
 TEST_F(Dv, AttachFailuresRaiseTheirCodesAndDetachClearsWhatWasTaken) {
@@ -269,18 +274,6 @@ TEST_F(Dv, TransportModesStatusAndTheirFailures) {
     EXPECT_EQ(dv.transport()->get_status(media::ED_MODE_PLAY, &playing), S_OK);
     EXPECT_EQ(playing, media::OATRUE);
     EXPECT_TRUE(same_object(dv.transport(), camera.identity()));
-}
-
-TEST_F(Dv, DetachIsHarmlessWhenDetachedAndReleasesEveryInterface) {
-    dv.detach();
-    EXPECT_FALSE(dv.attached());
-    dv.attach(&camera);
-    dv.detach();
-    dv.detach();
-    EXPECT_EQ(camera.refs(), 0);
-    EXPECT_EQ(dv.dv_mode_name(2), "Camera");  // names survive detach
-    dv.attach(&camera);                       // attach and detach alternate on every reconnect
-    EXPECT_EQ(camera.refs(), 3);
 }
 
 using DvDeathTest = Dv;
