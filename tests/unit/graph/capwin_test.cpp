@@ -26,12 +26,9 @@ LResult pane_default(WindowHandle, unsigned message, WParam, LParam) {
 constexpr int pane_id = 101;
 
 struct Win : ::testing::Test {
-    FakeMediaFactory media;
-    FakeDialogHost host;
-    FakeSystem system;
-    NoSettings settings;
-    CapPlatform platform{host, system, settings, media};
-    ScopedInstance scoped{platform};
+    GraphPlatform fakes;
+    FakeMediaFactory& media = fakes.media;
+    FakeDialogHost& host = fakes.host;
     FakeGraph& graph = media.graph;
     media::GraphBuilder* graph_builder = &media.graph;
     WindowHandle dialog = host.open(dialog_proc, 0, 100);
