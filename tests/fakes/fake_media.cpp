@@ -625,6 +625,11 @@ FakeFilter& make_dv_splitter(FakeLedger& ledger, const std::string& name) {
 // ---- Device catalogue ------------------------------------------------------------------------
 
 namespace {
+// A scripted failure wins over the device's own result.
+HRESULT first_failure(HRESULT scripted, HRESULT own) {
+    return failed(scripted) ? scripted : own;
+}
+
 class FakePropertyBag : public FakeUnknown<media::PropertyBag, Iid::property_bag> {
   public:
     FakePropertyBag(FakeLedger& ledger, FakeCatalogue& catalogue, FakeDevice device)
@@ -654,25 +659,18 @@ class FakeMoniker : public FakeUnknown<media::Moniker, Iid::moniker> {
     HRESULT bind_to_object(Iid iid, void** out) override {
         log("bind_to_object(" + name_of(iid) + ")");
         *out = nullptr;
-        HRESULT hr = catalogue.script.result("bind_to_object");
-        if (succeeded(hr)) {
-            hr = device.bind_result;
-        }
+        const HRESULT hr =
+            first_failure(catalogue.script.result("bind_to_object"), device.bind_result);
         if (failed(hr)) {
             return hr;
         }
-        if (!device.filter) {
-            return E_NOINTERFACE;
-        }
-        return device.filter->give(iid, out);
+        return device.filter ? device.filter->give(iid, out) : E_NOINTERFACE;
     }
     HRESULT bind_to_storage(media::PropertyBag** out) override {
         log("bind_to_storage");
         *out = nullptr;
-        HRESULT hr = catalogue.script.result("bind_to_storage");
-        if (succeeded(hr)) {
-            hr = device.storage_result;
-        }
+        const HRESULT hr =
+            first_failure(catalogue.script.result("bind_to_storage"), device.storage_result);
         if (failed(hr)) {
             return hr;
         }
