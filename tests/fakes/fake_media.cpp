@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 using media::MajorType;
 using media::PinCategory;
@@ -41,18 +42,22 @@ std::string name_of(Iid iid) {
                                         "enum_moniker",
                                         "moniker",
                                         "property_bag"};
+    static_assert(std::size(names) == static_cast<std::size_t>(Iid::property_bag) + 1);
     return name_in(iid, names);
 }
 
 std::string name_of(media::Clsid clsid) {
     static const char* const names[] = {"system_device_enum", "filter_graph",
                                         "capture_graph_builder", "dv_splitter"};
+    static_assert(std::size(names) == static_cast<std::size_t>(media::Clsid::dv_splitter) + 1);
     return name_in(clsid, names);
 }
 
 std::string name_of(media::DeviceCategory category) {
     static const char* const names[] = {"video_input", "audio_input", "video_compressor",
                                         "audio_compressor"};
+    static_assert(std::size(names) ==
+                  static_cast<std::size_t>(media::DeviceCategory::audio_compressor) + 1);
     return name_in(category, names);
 }
 
