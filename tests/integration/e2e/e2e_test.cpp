@@ -1,0 +1,290 @@
+// The application object driving the real media platform: the virtual deck plays the
+// demo tape, CapApp connects, previews and records as the main window makes it do, and
+// the files are read back with ffprobe. The deck runs at its frame rate so that a fault
+// can be switched on while a capture runs; waits end on a result or a generous deadline,
+// never on a measured time.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "app/capapp.h"
+#include "app/errors.h"
+#include "app/globals.h"
+#include "deck/gst/deck_provider.h"
+#include "platform/gst/media/gst_media.h"
+#include "platform/posix/posix_system.h"
+#include "platform/window.h"
+#include "resources/resource_ids.h"
+#include "tests/fakes/fake_dialog_host.h"
+#include "tests/fakes/fake_platform.h"
+#include "tests/fakes/fake_settings_store.h"
+#include "tests/integration/gst/gst_test_support.h"
+
+namespace {
+
+namespace test = kc::gst::test;
+namespace fs = std::filesystem;
+
+// Posts come from the media layer's streaming threads; they are queued under a lock and
+// delivered on the test's thread, as the toolkit's event loop would.
+class Host : public FakeDialogHost {
+  public:
+    bool post_message(WindowHandle window, unsigned message, WParam wparam,
+                      LParam lparam) override {
+        std::lock_guard guard(lock);
+        queue.push_back({window, message, wparam, lparam});
+        return true;
+    }
+    void deliver() {
+        for (;;) {
+            Post post;
+            {
+                std::lock_guard guard(lock);
+                if (queue.empty()) {
+                    return;
+                }
+                post = queue.front();
+                queue.erase(queue.begin());
+            }
+            send(post.window, post.message, post.wparam, post.lparam);
+        }
+    }
+
+  private:
+    struct Post {
+        WindowHandle window = nullptr;
+        unsigned message = 0;
+        WParam wparam = 0;
+        LParam lparam = 0;
+    };
+    std::mutex lock;
+    std::vector<Post> queue;
+};
+
+class Surface : public VideoSurface, public VideoSurfaces {
+  public:
+    void present(const std::uint8_t*, int w, int h, int) override {
+        std::lock_guard guard(lock);
+        ++frames;
+        width = w;
+        height = h;
+    }
+    void clear() override {}
+    VideoSurface* surface_for(WindowHandle window) override {
+        return window != nullptr && window == pane ? this : nullptr;
+    }
+    int presented() {
+        std::lock_guard guard(lock);
+        return frames;
+    }
+    WindowHandle pane = nullptr;
+    std::mutex lock;
+    int frames = 0, width = 0, height = 0;
+};
+
+// The main dialog stand-in: counts the graph's message as the main window receives it.
+int graph_messages = 0;
+LResult main_proc(WindowHandle, unsigned message, WParam, LParam) {
+    if (message == wm::graph_event) {
+        ++graph_messages;
+    }
+    return 0;
+}
+
+class EndToEnd : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        test::init_gstreamer();
+        if (!test::has_element("avenc_dvvideo") || !test::has_element("dvdemux") ||
+            !test::has_element("dvdec")) {
+            GTEST_SKIP() << "GStreamer DV elements are missing";
+        }
+        setenv("KESTREL_VIRTUAL_DECK", "demo", 0);
+        std::string error;
+        ASSERT_TRUE(kc::deck::register_virtual_deck(error)) << error;
+        vcr = kc::deck::registered_virtual_deck();
+        ASSERT_NE(vcr, nullptr);
+        vcr->set_faults({});
+
+        factory = kc::gst::make_media_factory(host, surfaces);
+        platform = std::make_unique<CapPlatform>(CapPlatform{host, system, settings, *factory});
+        scoped = std::make_unique<ScopedInstance>(*platform);
+        graph_messages = 0;
+        main_window = host.open(&main_proc, 0, IDD_MAIN);
+        surfaces.pane = host.get_dlg_item(main_window, IDC_PREVIEW);
+
+        // The entry's start-up: the settings are read, the device connected, the preview built.
+        app = new CapApp(*platform);
+        app->output_directory = dir.path().string();
+        app->scene_name = "e2e";
+        app->connect();
+        app->build_preview();
+    }
+
+    void TearDown() override {
+        if (app != nullptr) {
+            CapApp* ending = app;
+            app = nullptr;
+            delete ending;
+        }
+        main_window = nullptr;
+        scoped.reset();
+    }
+
+    // Delivers posted messages until `done` holds or two minutes pass.
+    bool wait_for(const std::function<bool()>& done) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+        while (std::chrono::steady_clock::now() < deadline) {
+            host.deliver();
+            if (done()) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    long frames_captured() {
+        long count = -1;
+        if (app->dropped->valid()) {
+            (*app->dropped)->get_num_not_dropped(&count);
+        }
+        return count;
+    }
+
+    // Attaches the preview to the pane and runs it, as the main window does on opening.
+    void show_preview() {
+        app->win->attach(surfaces.pane, app->graph->graph.get());
+        if (app->dv_vcr()) {
+            app->dv->play();
+        }
+        app->win->run();
+    }
+
+    // Record on, at least `frames` frames captured, Record off.
+    void record(long frames) {
+        EXPECT_TRUE(app->toggle_recording());
+        EXPECT_TRUE(app->recording);
+        EXPECT_TRUE(wait_for([&] { return frames_captured() >= frames; }))
+            << "frames captured: " << frames_captured();
+        EXPECT_TRUE(app->toggle_recording());
+        EXPECT_FALSE(app->recording);
+    }
+
+    std::vector<fs::path> files() {
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::directory_iterator(dir.path())) {
+            found.push_back(entry.path());
+        }
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    test::TempDir dir;
+    Host host;
+    Surface surfaces;
+    PosixSystemServices system;
+    FakeSettingsStore settings;
+    std::unique_ptr<media::MediaFactory> factory;
+    std::unique_ptr<CapPlatform> platform;
+    std::unique_ptr<ScopedInstance> scoped;
+    std::shared_ptr<kc::deck::VirtualVcr> vcr;
+};
+
+TEST_F(EndToEnd, StartUpFindsTheDeckInVcrModeAndPreviewsIntoThePane) {
+    EXPECT_TRUE(app->source_is_dv);
+    EXPECT_TRUE(app->dv_vcr());
+    show_preview();
+    EXPECT_TRUE(app->win->running());
+    EXPECT_TRUE(wait_for([&] { return surfaces.presented() >= 10; }))
+        << "frames presented: " << surfaces.presented();
+    // The picture is scaled to the pane it was attached to.
+    const Rect pane = host.get_client_rect(surfaces.pane);
+    std::lock_guard guard(surfaces.lock);
+    EXPECT_EQ(surfaces.width, pane.right - pane.left);
+    EXPECT_EQ(surfaces.height, pane.bottom - pane.top);
+}
+
+// Record writes "<scene> NNN.avi"; type 1 carries one interleaved stream that ffprobe
+// reads as DV video, type 2 a DV video and a PCM audio stream.
+class Record : public EndToEnd, public ::testing::WithParamInterface<int> {};
+
+TEST_P(Record, WritesAReadableFileOfTheFramesCaptured) {
+    const int type2 = GetParam();
+    show_preview();
+    app->dv_type2 = type2;
+    record(25);
+    const auto written = files();
+    ASSERT_EQ(written.size(), 1u);
+    const fs::path file = written[0];
+    EXPECT_EQ(file.filename().string(), "e2e 000.avi");
+
+    auto probe = test::ffprobe(file);
+    EXPECT_EQ(probe["streams.stream.0.codec_name"], "dvvideo");
+    if (type2) {
+        EXPECT_EQ(probe["streams.stream.1.codec_name"].substr(0, 4), "pcm_");
+    }
+    const long packets = test::count_packets(file, "v:0");
+    EXPECT_GE(packets, 25);
+    const double duration = test::number(probe["format.duration"]);
+    EXPECT_GT(duration, 0.0);
+    EXPECT_NEAR(duration, packets / 25.0, 0.2);
+    EXPECT_EQ(test::decode_video_frames(file), packets);
+}
+
+INSTANTIATE_TEST_SUITE_P(DvTypes, Record, ::testing::Values(0, 1),
+                         [](const auto& info) { return info.param ? "Type2" : "Type1"; });
+
+// The deck vanishing mid-capture reaches the main window as the graph's message, the
+// graph reports the lost device, and the frames written so far stay readable.
+TEST_F(EndToEnd, DeviceLostDuringARecordingReachesTheWindowAndKeepsTheFile) {
+    show_preview();
+    ASSERT_TRUE(app->toggle_recording());
+    ASSERT_TRUE(wait_for([&] { return frames_captured() >= 25; }));
+    graph_messages = 0;
+    kc::deck::VcrFaults faults;
+    faults.device_lost = true;
+    vcr->set_faults(faults);
+
+    std::vector<long> codes;
+    ASSERT_TRUE(wait_for([&] {
+        if (graph_messages == 0) {
+            return false;
+        }
+        long code = 0;
+        LParam p1 = 0, p2 = 0;
+        media::MediaEvent* events = app->win->media_event();
+        while (events != nullptr && events->get_event(&code, &p1, &p2, 0) == S_OK) {
+            codes.push_back(code);
+            events->free_event_params(code, p1, p2);
+        }
+        return std::find(codes.begin(), codes.end(), media::EC_DEVICE_LOST) != codes.end();
+    })) << "graph messages: "
+        << graph_messages << ", events: " << codes.size();
+
+    // Ending the recording as the window does on the lost device finishes the file.
+    try {
+        app->win->stop();
+        app->disconnect();
+    } catch (ComError* e) {
+        ADD_FAILURE() << "ending the recording failed";
+        delete e;
+    }
+    vcr->set_faults({});
+    const auto written = files();
+    ASSERT_EQ(written.size(), 1u);
+    const fs::path file = written[0];
+    auto probe = test::ffprobe(file);
+    EXPECT_EQ(probe["streams.stream.0.codec_name"], "dvvideo");
+    EXPECT_GE(test::count_packets(file, "v:0"), 25);
+}
+
+}  // namespace
