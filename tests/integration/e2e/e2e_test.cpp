@@ -240,6 +240,23 @@ TEST_P(Record, WritesAReadableFileOfTheFramesCaptured) {
     EXPECT_EQ(test::decode_video_frames(file), packets);
 }
 
+// Record a second time: the next number, and the deck's stream picked up again.
+// Disabled: the second recording's source counts its 25 frames at once after the start
+// and the file ends with no frame in it (0 packets); the first recording is complete.
+// Still to be tracked down between the deck's restart and the file writer.
+TEST_F(EndToEnd, DISABLED_ASecondRecordingIsWrittenToTheNextNumber) {
+    show_preview();
+    record(25);
+    record(25);
+    const auto written = files();
+    ASSERT_EQ(written.size(), 2u);
+    EXPECT_EQ(written[1].filename().string(), "e2e 001.avi");
+    for (const fs::path& file : written) {
+        SCOPED_TRACE(file.filename().string());
+        EXPECT_GE(test::count_packets(file, "v:0"), 25);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(DvTypes, Record, ::testing::Values(0, 1),
                          [](const auto& info) { return info.param ? "Type2" : "Type1"; });
 
