@@ -117,6 +117,9 @@ int main() {
                          std::chrono::duration<double>(Clock::now() - t_off).count();
     print("CapApp type 2 from the unpaced deck (Record on to Record off done)", last, app_s,
           dir / "bench 000.avi");
+    std::printf("  of which frames through the capture branch %.2f s, Record off %.2f s\n",
+                std::chrono::duration<double>(t_end - t0).count(),
+                std::chrono::duration<double>(Clock::now() - t_off).count());
 
     CapApp* ending = app;
     app = nullptr;
