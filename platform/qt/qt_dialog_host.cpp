@@ -1043,9 +1043,10 @@ void QtDialogHost::delete_bitmap(BitmapHandle bitmap) {
 
 IconHandle QtDialogHost::load_icon(int id) {
     QIcon icon;
-    const QStringList names{QStringLiteral("%1.svg").arg(id), QStringLiteral("%1.png").arg(id),
-                            QStringLiteral("kestrel-capture.svg"),
-                            QStringLiteral("kestrel-capture.png")};
+    // Not "<id>.png": icon group 125 shares its number with a button picture.
+    const QStringList names{
+        QStringLiteral("icon-%1.svg").arg(id), QStringLiteral("icon-%1.png").arg(id),
+        QStringLiteral("kestrel-capture.svg"), QStringLiteral("kestrel-capture.png")};
     for (const std::string& dir : options.art_dirs) {
         for (const QString& name : names) {
             const QString path = qstr(dir) + QLatin1Char('/') + name;

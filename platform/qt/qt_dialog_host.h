@@ -35,8 +35,8 @@ class PaneSurface;
 
 struct HostOptions {
     // Folders searched, in order, for the skin bitmaps "<id>.png" and the icon
-    // "<id>.png" / "<id>.svg". A bitmap found nowhere is drawn as a labelled grey
-    // stand-in at its table size, so the program still runs without its art.
+    // "kestrel-capture.svg" / ".png" (or "icon-<id>"). A bitmap found nowhere is drawn as a
+    // labelled grey stand-in at its table size, so the program still runs without its art.
     std::vector<std::string> art_dirs;
 };
 
