@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int transport_controls[] = {104, 106, 115, 114, 1010, 121, 118, 119, 120};
+const std::vector<int> transport_controls = {104, 106, 115, 114, 1010, 121, 118, 119, 120};
 
 std::vector<long> modes_since(const FakeDvFilter& deck, std::size_t mark) {
     return {deck.modes.begin() + static_cast<std::ptrdiff_t>(mark), deck.modes.end()};
@@ -25,44 +25,36 @@ long index_of(const std::vector<std::string>& calls, const std::string& call) {
 
 // --- Start-up ---------------------------------------------------------------------------
 
-TEST(MainStartup, DvVcrEnablesTheTransportAndStartsAllThreeTimers) {
-    UiRig rig;
-    rig.host.bitmap_sizes[153] = {660, 600};
-    MainWindow w(rig);
-    EXPECT_EQ(main_window, w.window);
-    EXPECT_TRUE(rig.host.called("set_client_size(100,660,600)"));
-    EXPECT_TRUE(rig.host.called("delete_bitmap(153)"));
-    for (int id : transport_controls) {
-        EXPECT_TRUE(w.enabled(id)) << id;
-    }
-    EXPECT_EQ(w.text(124), "VCR");
-    EXPECT_TRUE(rig.host.called("set_timer(100,1,250)"));
-    EXPECT_TRUE(rig.host.called("set_timer(100,2,1000)"));
-    EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
-    EXPECT_EQ(transport_timer, 1u);
-    EXPECT_EQ(w.text(1016), "00:00:00:00");
-    EXPECT_EQ(w.text(1017), "00:00:00:00");
-    // The preview runs in the pane.
-    EXPECT_TRUE(app->win->attached());
-    EXPECT_TRUE(app->win->running());
-    EXPECT_EQ(rig.media.graph.owner, w.pane());
-    EXPECT_FALSE(rig.host.ended(w.window));
-    EXPECT_TRUE(rig.host.template_misses.empty());
-}
-
-TEST(MainStartup, WdmSourceAndDvCameraDisableTheTransportWithoutTimerOne) {
-    for (auto [device, type] :
-         {std::pair{1, media::ED_DEVTYPE_VCR}, std::pair{0, media::ED_DEVTYPE_CAMERA}}) {
-        UiRig rig(device, type);
+// Only a DV VCR gets the transport controls and the transport poll (timer 1); a WDM
+// source and a DV camera get neither. Everything else starts the same.
+TEST(MainStartup, TransportAndTimerOneOnlyForADvVcr) {
+    struct Case {
+        int device;
+        long type;
+        bool vcr;
+    };
+    for (const Case& c :
+         {Case{0, media::ED_DEVTYPE_VCR, true}, Case{1, media::ED_DEVTYPE_VCR, false},
+          Case{0, media::ED_DEVTYPE_CAMERA, false}}) {
+        SCOPED_TRACE(::testing::Message() << "device " << c.device << " type " << c.type);
+        UiRig rig(c.device, c.type);
+        rig.host.bitmap_sizes[153] = {660, 600};
         MainWindow w(rig);
-        for (int id : transport_controls) {
-            EXPECT_FALSE(w.enabled(id)) << id;
-        }
-        EXPECT_EQ(w.text(124), "WDM");
-        EXPECT_EQ(rig.host.count("set_timer(100,1,"), 0u);
-        EXPECT_EQ(transport_timer, 0u);
+        EXPECT_EQ(main_window, w.window);
+        EXPECT_TRUE(rig.host.called("set_client_size(100,660,600)"));
+        EXPECT_TRUE(rig.host.called("delete_bitmap(153)"));
+        EXPECT_EQ(w.enabled_count(transport_controls), c.vcr ? 9 : 0);
+        EXPECT_EQ(w.text(124), c.vcr ? "VCR" : "WDM");
+        EXPECT_EQ(rig.host_calls("set_timer(100,1,"),
+                  c.vcr ? Texts{"set_timer(100,1,250)"} : Texts{});
+        EXPECT_EQ(transport_timer, c.vcr ? 1u : 0u);
         EXPECT_TRUE(rig.host.called("set_timer(100,2,1000)"));
         EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
+        EXPECT_EQ(w.text(1016), "00:00:00:00");
+        EXPECT_EQ(w.text(1017), "00:00:00:00");
+        EXPECT_TRUE(rig.preview_in(w.pane()));
+        EXPECT_FALSE(rig.host.ended(w.window));
+        EXPECT_TRUE(rig.host.template_misses.empty());
     }
 }
 
@@ -83,12 +75,7 @@ TEST(MainStartup, MissingSkinKeepsTheTemplateSizeAndTablesAreLoadedInOrder) {
     EXPECT_EQ(w.dialog.pressed_bitmaps[1018], FakeDialogHost::bitmap_handle(150));
     EXPECT_EQ(w.dialog.normal_bitmaps[117], FakeDialogHost::bitmap_handle(128));
     // Tooltip tools in registration order, after the tooltip itself.
-    std::vector<std::string> tools;
-    for (const std::string& c : rig.host.calls) {
-        if (c.rfind("add_tool(", 0) == 0) {
-            tools.push_back(c);
-        }
-    }
+    const Texts tools = rig.host_calls("add_tool(");
     ASSERT_EQ(tools.size(), 14u);
     EXPECT_EQ(tools.front(), "add_tool(108,108,Record)");
     EXPECT_EQ(tools[3], "add_tool(1018,1018,Play from In point)");
@@ -102,115 +89,89 @@ TEST(MainStartup, APreviewThatCannotRunIsShownAndEndsTheWindowWithMinusOne) {
     MainWindow w(rig);
     EXPECT_TRUE(rig.host.ended(w.window));
     EXPECT_EQ(rig.host.end_code(w.window), -1);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Error running media control"});
+    EXPECT_EQ(rig.messages(), Texts{"Error running media control"});
     // The rest of the start-up still ran.
     EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
 }
 
 // --- Colours and drawing ----------------------------------------------------------------
 
-TEST(MainDrawing, FieldsAreGreyOnBlackAndButtonsHollow) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, FieldsAreGreyOnBlackAndButtonsHollow) {
     const std::size_t mark = rig.host.calls.size();
     const LResult black = reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::black));
     EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_static), black);
     EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_edit), black);
     EXPECT_EQ(
         rig.calls_since(mark),
-        (std::vector<std::string>{"set_bk_color(0,0,0)", "set_text_color(149,145,143)",
-                                  "set_bk_mode_transparent()", "set_bk_color(0,0,0)",
-                                  "set_text_color(149,145,143)", "set_bk_mode_transparent()"}));
+        (Texts{"set_bk_color(0,0,0)", "set_text_color(149,145,143)", "set_bk_mode_transparent()",
+               "set_bk_color(0,0,0)", "set_text_color(149,145,143)", "set_bk_mode_transparent()"}));
     const std::size_t before_button = rig.host.calls.size();
     EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_button),
               reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::null)));
     EXPECT_EQ(rig.host.calls.size(), before_button);
 }
 
-TEST(MainDrawing, PressedPictureWhileHeldNormalOtherwiseEvenDisabled) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, PressedPictureWhileHeldNormalOtherwiseEvenDisabled) {
     DrawItem item;
     item.control_id = 104;
     item.rect = {3, 4, 97, 58};
-    item.state = ODS_SELECTED;
-    rig.host.send(w.window, wm::draw_item, 104, reinterpret_cast<LParam>(&item));
-    item.state = 0x0004;  // disabled
-    rig.host.send(w.window, wm::draw_item, 104, reinterpret_cast<LParam>(&item));
-    EXPECT_EQ(rig.host.calls[rig.host.calls.size() - 2], "draw_bitmap(3,4,97,58,140)");
-    EXPECT_EQ(rig.host.calls.back(), "draw_bitmap(3,4,97,58,141)");
+    for (unsigned state : {ODS_SELECTED, 0x0004u /* disabled */}) {
+        item.state = state;
+        rig.host.send(w.window, wm::draw_item, 104, reinterpret_cast<LParam>(&item));
+    }
+    EXPECT_EQ(rig.calls_since(rig.host.calls.size() - 2),
+              (Texts{"draw_bitmap(3,4,97,58,140)", "draw_bitmap(3,4,97,58,141)"}));
 }
 
 // --- Transport commands -------------------------------------------------------------------
 
-TEST(MainTransport, WindKeysSendByStateAndLeaveItAlone) {
+TEST(MainTransport, CommandsDriveTheTapeByStateAndSourceKind) {
     struct Case {
-        int state;
-        long forward, backward;
+        int device, state;
+        std::vector<int> commands;
+        std::vector<long> modes;
+        int state_after;
+        bool running;
     };
-    for (const Case& c :
-         {Case{0, 4300, 4301}, Case{1, 4304, 4905}, Case{2, 5029, 5031}, Case{3, 4300, 4301}}) {
-        UiRig rig;
+    const Case cases[] = {
+        // The wind keys send by state and leave it alone.
+        {0, 0, {104, 106}, {4300, 4301}, 0, true},
+        {0, 1, {104, 106}, {4304, 4905}, 1, true},
+        {0, 2, {104, 106}, {5029, 5031}, 2, true},
+        {0, 3, {104, 106}, {4300, 4301}, 3, true},
+        // Pause, then fast forward steps frame by frame.
+        {0, 0, {115, 104, 104}, {4298, 4304, 4304}, 1, true},
+        // Play and Stop on a VCR drive the tape and keep the picture.
+        {0, 0, {102}, {4296}, 2, true},
+        {0, 0, {102, 103}, {4296, 4297}, 0, true},
+        // Without a tape, Stop stops the graph and Play runs it again.
+        {1, 0, {103}, {}, 0, false},
+        {1, 0, {103, 102}, {}, 2, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << "case " << (&c - cases));
+        UiRig rig(c.device);
         MainWindow w(rig);
         w.dialog.state = c.state;
         const std::size_t mark = rig.deck.modes.size();
-        w.command(104);
-        w.command(106);
-        EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{c.forward, c.backward}))
-            << "state " << c.state;
-        EXPECT_EQ(w.dialog.state, c.state);
+        for (int id : c.commands) {
+            w.command(id);
+        }
+        EXPECT_EQ(modes_since(rig.deck, mark), c.modes);
+        EXPECT_EQ(w.dialog.state, c.state_after);
+        EXPECT_EQ(app->win->running(), c.running);
     }
 }
 
-TEST(MainTransport, PauseThenFastForwardStepsFrameByFrame) {
-    UiRig rig;
-    MainWindow w(rig);
-    const std::size_t mark = rig.deck.modes.size();
-    w.command(115);
-    EXPECT_EQ(w.dialog.state, 1);
-    w.command(104);
-    w.command(104);
-    EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{4298, 4304, 4304}));
-    EXPECT_EQ(w.dialog.state, 1);
-}
-
-TEST(MainTransport, PlayAndStopOnAVcrDriveTheTapeAndKeepThePicture) {
-    UiRig rig;
-    MainWindow w(rig);
-    const std::size_t mark = rig.deck.modes.size();
-    w.command(102);
-    EXPECT_EQ(w.dialog.state, 2);
-    w.command(103);
-    EXPECT_EQ(w.dialog.state, 0);
-    EXPECT_EQ(modes_since(rig.deck, mark), (std::vector<long>{4296, 4297}));
-    EXPECT_TRUE(app->win->running());
-}
-
-TEST(MainTransport, StopWithoutATapeStopsTheGraphAndPlayRunsItAgain) {
-    UiRig rig(1);
-    MainWindow w(rig);
-    w.command(103);
-    EXPECT_FALSE(app->win->running());
-    EXPECT_EQ(w.dialog.state, 0);
-    w.command(102);
-    EXPECT_TRUE(app->win->running());
-    EXPECT_EQ(w.dialog.state, 2);
-    EXPECT_TRUE(rig.deck.modes.empty());
-}
-
-TEST(MainTransport, AFailingModeIsShownAndTheStateStays) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, AFailingModeIsShownAndTheStateStays) {
     w.dialog.state = 2;
     rig.deck.fail("put_mode", E_FAIL);
     w.command(115);
     EXPECT_EQ(w.dialog.state, 2);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Unable to set DV mode"});
+    EXPECT_EQ(rig.messages(), Texts{"Unable to set DV mode"});
 }
 
-TEST(MainTransport, CommandsNeverReachADeviceThatIsNotAttached) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, CommandsNeverReachADeviceThatIsNotAttached) {
     rig.add_scenes({{"a", 500}});
     // What a device change that failed part-way leaves: the flags still say DV VCR.
     app->dv->detach();
@@ -219,16 +180,14 @@ TEST(MainTransport, CommandsNeverReachADeviceThatIsNotAttached) {
     for (int id : {104, 106, 115, 102, 103, 1018}) {
         w.command(id);
     }
-    rig.host.send(w.window, wm::timer, 1);
+    w.timer(1);
     EXPECT_TRUE(rig.media_since(mark, "DV Camcorder.").empty());
     EXPECT_EQ(w.dialog.state, 2);  // play in-out still plays the picture
 }
 
 // --- Record -------------------------------------------------------------------------------
 
-TEST(MainRecord, RecordTogglesBetweenRecordingAndPreviewInStateThree) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, RecordTogglesBetweenRecordingAndPreviewInStateThree) {
     rig.host.tick = 5000;
     w.command(108);
     EXPECT_TRUE(app->recording);
@@ -239,35 +198,27 @@ TEST(MainRecord, RecordTogglesBetweenRecordingAndPreviewInStateThree) {
     w.command(108);
     EXPECT_FALSE(app->recording);
     EXPECT_EQ(w.dialog.state, 3);
-    EXPECT_TRUE(app->win->running());
-    EXPECT_EQ(rig.media.graph.owner, w.pane());
+    EXPECT_TRUE(rig.preview_in(w.pane()));
 }
 
-TEST(MainRecord, MissingOutputDirectoryShowsTwelveAndChangesNothing) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, MissingOutputDirectoryShowsTwelveAndChangesNothing) {
     app->output_directory = "/nowhere";
     w.dialog.state = 2;
     const std::size_t mark = rig.media.ledger.calls.size();
     w.command(108);
-    EXPECT_EQ(rig.messages(),
-              std::vector<std::string>{"The selected output directory is invalid (12)"});
+    EXPECT_EQ(rig.messages(), Texts{"The selected output directory is invalid (12)"});
     EXPECT_EQ(w.dialog.state, 2);
     EXPECT_FALSE(app->recording);
     EXPECT_TRUE(rig.media_since(mark, "graph.").empty());
 }
 
-TEST(MainRecord, AFailedRecordLeavesThePreviewRunningInThePane) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, AFailedRecordLeavesThePreviewRunningInThePane) {
     rig.media.builder.fail("set_output_file_name", E_ACCESSDENIED);
     w.command(108);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Unable to set output filename"});
+    EXPECT_EQ(rig.messages(), Texts{"Unable to set output filename"});
     EXPECT_EQ(w.dialog.state, 0);
     EXPECT_FALSE(app->recording);
-    EXPECT_TRUE(app->win->attached());
-    EXPECT_TRUE(app->win->running());
-    EXPECT_EQ(rig.media.graph.owner, w.pane());
+    EXPECT_TRUE(rig.preview_in(w.pane()));
     // And the window goes on working.
     w.command(103);
     w.command(102);
@@ -276,8 +227,8 @@ TEST(MainRecord, AFailedRecordLeavesThePreviewRunningInThePane) {
 }
 
 TEST(MainRecord, SceneDetectionOpensItsDialogForDvAndPlainRecordingOtherwise) {
-    {
-        UiRig rig;
+    for (int device : {0, 1}) {  // 1, a webcam: scene detection needs a DV tape
+        UiRig rig(device);
         MainWindow w(rig);
         app->scene_detection = true;
         rig.host.script(701, [](FakeDialogHost& host, WindowHandle dlg) {
@@ -285,29 +236,18 @@ TEST(MainRecord, SceneDetectionOpensItsDialogForDvAndPlainRecordingOtherwise) {
             host.send(dlg, wm::timer, 1);
         });
         w.command(108);
-        EXPECT_TRUE(rig.host.called("dialog_box(701,100)"));
-        EXPECT_EQ(w.dialog.state, 0);
-        EXPECT_FALSE(app->recording);
-        // The transport timer was stopped around the dialog and started again.
-        EXPECT_TRUE(rig.host.called("kill_timer(100,1)"));
-        EXPECT_EQ(transport_timer, 1u);
-    }
-    {
-        UiRig rig(1);  // a webcam: scene detection needs a DV tape
-        MainWindow w(rig);
-        app->scene_detection = true;
-        w.command(108);
-        EXPECT_EQ(rig.host.count("dialog_box(701"), 0u);
-        EXPECT_TRUE(app->recording);
-        EXPECT_EQ(w.dialog.state, 3);
+        EXPECT_EQ(rig.host.count("dialog_box(701,100)"), device == 0 ? 1u : 0u);
+        EXPECT_EQ(app->recording, device == 1);
+        EXPECT_EQ(w.dialog.state, device == 0 ? 0 : 3);
+        // For DV, the transport timer was stopped around the dialog and started again.
+        EXPECT_EQ(rig.host.called("kill_timer(100,1)"), device == 0);
+        EXPECT_EQ(transport_timer, device == 0 ? 1u : 0u);
     }
 }
 
 // --- Scene marks --------------------------------------------------------------------------
 
-TEST(MainMarks, SetInAddsASceneEvenWhenTheTaskDialogIsCancelled) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, SetInAddsASceneEvenWhenTheTaskDialogIsCancelled) {
     rig.deck.timecode_bcd = bcd_timecode(0, 12, 3, 10);
     rig.deck.track = 4321;
     rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
@@ -323,11 +263,9 @@ TEST(MainMarks, SetInAddsASceneEvenWhenTheTaskDialogIsCancelled) {
     EXPECT_EQ(transport_timer, 1u);
 }
 
-TEST(MainMarks, SetOutNeedsAStartPointAndATimecode) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, SetOutNeedsAStartPointAndATimecode) {
     w.command(119);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Specify a start point first (2)"});
+    EXPECT_EQ(rig.messages(), Texts{"Specify a start point first (2)"});
     EXPECT_EQ(w.text(1017), "00:00:00:00");
 
     rig.add_scenes({{"a", 100}});
@@ -348,28 +286,26 @@ TEST(MainMarks, SetOutNeedsAStartPointAndATimecode) {
 }
 
 TEST(MainMarks, PlayInOutWindsToTheNewestSceneOrJustPlaysWithAnEmptyList) {
-    {
+    for (bool scenes : {false, true}) {
         UiRig rig;
         MainWindow w(rig);
+        if (scenes) {
+            rig.add_scenes({{"a", 100}, {"b", 1193046}});
+        }
         app->win->stop();
         const std::size_t mark = rig.media.ledger.calls.size();
         w.command(1018);
         EXPECT_EQ(w.dialog.state, 2);
-        EXPECT_TRUE(rig.media_since(mark, "").empty());
-    }
-    {
-        UiRig rig;
-        MainWindow w(rig);
-        rig.add_scenes({{"a", 100}, {"b", 1193046}});
-        app->win->stop();
-        w.command(1018);
+        if (!scenes) {
+            EXPECT_TRUE(rig.media_since(mark, "").empty());
+            continue;
+        }
         ASSERT_FALSE(rig.deck.raw_commands.empty());
         const auto frame = seek_frame(1193046);
         EXPECT_EQ(rig.deck.raw_commands.back().bytes,
                   std::vector<std::uint8_t>(frame.begin(), frame.end()));
         EXPECT_EQ(rig.deck.modes.back(), 4296);
         EXPECT_TRUE(app->win->running());
-        EXPECT_EQ(w.dialog.state, 2);
     }
 }
 
@@ -382,16 +318,12 @@ TEST(MainDialogs, OptionsReEnablesTheTransportByTheSourceAlone) {
     rig.host.script(200, [](FakeDialogHost& host, WindowHandle dlg) { host.command(dlg, IDOK); });
     w.command(109);
     EXPECT_TRUE(rig.host.called("dialog_box(200,100)"));
-    for (int id : transport_controls) {
-        EXPECT_TRUE(w.enabled(id)) << id;
-    }
+    EXPECT_EQ(w.enabled_count(transport_controls), 9);
     EXPECT_EQ(rig.host.count("set_timer(100,1,"), 0u);
     EXPECT_EQ(w.text(124), "WDM");
 }
 
-TEST(MainDialogs, EditorAndSeekRunWithTheTransportTimerStopped) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, EditorAndSeekRunWithTheTransportTimerStopped) {
     for (auto [id, tmpl] : {std::pair{120, 400}, std::pair{121, 700}}) {
         const std::size_t mark = rig.host.calls.size();
         rig.host.script(tmpl, [&](FakeDialogHost& host, WindowHandle dlg) {
@@ -433,36 +365,31 @@ TEST(MainDialogs, HelpOpensTheManualBesideTheProgramFolder) {
     rig.system.shell_result = 32;
     MainWindow w(rig);
     w.command(116);
-    EXPECT_EQ(rig.messages(),
-              std::vector<std::string>{"Unable to launch ..\\Manual\\CManualIndex.htm (11)"});
+    EXPECT_EQ(rig.messages(), Texts{"Unable to launch ..\\Manual\\CManualIndex.htm (11)"});
 }
 
+// Quit ends from the message loop; a graph that will not stop at the close box is
+// reported, and the window closes anyway.
 TEST(MainDialogs, QuitAndTheCloseBoxStopTheGraphAndEndWithZero) {
-    {
+    for (bool close_box : {false, true}) {
         UiRig rig;
         MainWindow w(rig);
-        w.command(117);
-        EXPECT_FALSE(rig.host.ended(w.window));  // closing runs from the message loop
-        rig.host.pump();
-        EXPECT_TRUE(rig.host.ended(w.window));
-        EXPECT_EQ(rig.host.end_code(w.window), 0);
-        EXPECT_FALSE(rig.media.graph.is_running);
-    }
-    {
-        // A graph that will not stop is reported, and the window closes anyway.
-        UiRig rig;
-        MainWindow w(rig);
-        rig.media.graph.fail("stop", E_FAIL);
-        rig.host.send(w.window, wm::close);
-        EXPECT_EQ(rig.messages(), std::vector<std::string>{"Error stopping media control"});
+        if (close_box) {
+            rig.media.graph.fail("stop", E_FAIL);
+            rig.host.send(w.window, wm::close);
+            EXPECT_EQ(rig.messages(), Texts{"Error stopping media control"});
+        } else {
+            w.command(117);
+            EXPECT_FALSE(rig.host.ended(w.window));
+            rig.host.pump();
+            EXPECT_FALSE(rig.media.graph.is_running);
+        }
         EXPECT_TRUE(rig.host.ended(w.window));
         EXPECT_EQ(rig.host.end_code(w.window), 0);
     }
 }
 
-TEST(MainDialogs, UnknownIdsEnterAndEscDoNothing) {
-    UiRig rig;
-    MainWindow w(rig);
+TEST_F(MainWindowTest, UnknownIdsEnterAndEscDoNothing) {
     const std::size_t host_mark = rig.host.calls.size();
     const std::size_t media_mark = rig.media.ledger.calls.size();
     for (int id : {IDOK, IDCANCEL, 1010, 999}) {

@@ -4,6 +4,8 @@
 // `instance` and `app`.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,22 +18,10 @@
 #include "resources/resource_ids.h"
 #include "tests/fakes/fake_media.h"
 #include "tests/fakes/fake_platform.h"
+#include "tests/fakes/fake_settings_store.h"
 #include "ui/capmain.h"
 
-// Every run starts from the defaults: nothing is stored, writes are accepted.
-struct EmptySettingsStore : SettingsStore {
-    HRESULT create_key(const std::string&, StoreKey* out) override {
-        *out = reinterpret_cast<StoreKey>(this);
-        return S_OK;
-    }
-    HRESULT query_value(StoreKey, const std::string&, void*, std::uint32_t*) override {
-        return STORE_E_NOT_FOUND;
-    }
-    HRESULT set_value(StoreKey, const std::string&, RegType, const void*, std::uint32_t) override {
-        return S_OK;
-    }
-    void close_key(StoreKey) override {}
-};
+using Texts = std::vector<std::string>;
 
 inline bool template_has_control(int template_id, int control_id) {
     const DialogTemplate* t = find_dialog_template(template_id);
@@ -55,7 +45,7 @@ constexpr std::uint32_t bcd_timecode(int h, int m, int s, int f) {
 struct UiRig {
     FakeDialogHost host;
     FakeSystem system;
-    EmptySettingsStore store;
+    FakeSettingsStore store;  // nothing stored: every run starts from the defaults
     FakeMediaFactory media;
     CapPlatform platform{host, system, store, media};
     ScopedInstance scoped{platform};
@@ -84,16 +74,28 @@ struct UiRig {
     UiRig(const UiRig&) = delete;
     UiRig& operator=(const UiRig&) = delete;
 
-    // Texts of the message and error dialogs shown so far, in order (edit 1007).
-    std::vector<std::string> messages() const {
-        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
-        std::vector<std::string> out;
+    // Host calls that start with `prefix`, in order.
+    Texts host_calls(const std::string& prefix) const {
+        Texts out;
         for (const std::string& c : host.calls) {
             if (c.rfind(prefix, 0) == 0) {
-                out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
+                out.push_back(c);
             }
         }
         return out;
+    }
+    // Texts of the message and error dialogs shown so far, in order (edit 1007).
+    Texts messages() const {
+        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
+        Texts out;
+        for (const std::string& c : host_calls(prefix)) {
+            out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
+        }
+        return out;
+    }
+    // The preview attached to `pane` and running.
+    bool preview_in(WindowHandle pane) const {
+        return app->win->attached() && app->win->running() && media.graph.owner == pane;
     }
     // Host calls recorded since `mark` (an index into host.calls).
     std::vector<std::string> calls_since(std::size_t mark) const {
@@ -139,4 +141,18 @@ struct MainWindow {
     std::string text(int id) { return rig.host.text(window, id); }
     bool enabled(int id) { return rig.host.enabled(window, id); }
     WindowHandle pane() { return rig.host.get_dlg_item(window, IDC_PREVIEW); }
+    // How many of `ids` are enabled.
+    int enabled_count(const std::vector<int>& ids) {
+        int n = 0;
+        for (int id : ids) {
+            n += enabled(id) ? 1 : 0;
+        }
+        return n;
+    }
+};
+
+// The main window on a rig with the defaults: the DV deck as a VCR.
+struct MainWindowTest : ::testing::Test {
+    UiRig rig;
+    MainWindow w{rig};
 };
