@@ -13,28 +13,44 @@
 
 namespace {
 
-const std::string batch_complete = "Batch complete! (7)";
+const Texts batch_complete = {"Batch complete! (7)"};
+const Texts no_device = {"Failed to get device interface (39)"};
 
 template <class Dialog>
 struct Progress {
-    Progress(UiRig& rig_, MainWindow& main, int template_id) : rig(rig_) {
+    Progress(UiRig& rig_, MainWindow& main_, int template_id_)
+        : rig(rig_), main(main_), template_id(template_id_) {
         window = open_dialog(rig.host, dialog, template_id, main.window);
     }
     UiRig& rig;
+    MainWindow& main;
+    int template_id;
     Dialog dialog;
     WindowHandle window = nullptr;
 
     void tick() { rig.host.send(window, wm::timer, 1); }
+    void tick_at(std::uint32_t track) {
+        rig.deck.track = track;
+        tick();
+    }
     bool ended() const { return rig.host.ended(window); }
     LResult end_code() const { return rig.host.end_code(window); }
     int bar() { return rig.host.control(window, 601).progress_pos; }
     std::string text(int id) { return rig.host.text(window, id); }
     WindowHandle pane() { return rig.host.get_dlg_item(window, IDC_PREVIEW); }
+    // Ended cleanly: these messages shown, the timer stopped, out of the batch, and the
+    // preview back in the main window.
+    void expect_clean_end(const Texts& messages) {
+        EXPECT_EQ(rig.messages(), messages);
+        EXPECT_TRUE(ended());
+        EXPECT_TRUE(rig.host.called("kill_timer(" + std::to_string(template_id) + ",1)"));
+        EXPECT_FALSE(app->inbatch);
+        EXPECT_TRUE(app->win->attached());
+        EXPECT_EQ(rig.media.graph.owner, main.pane());
+    }
 };
-
-void at_track(UiRig& rig, std::uint32_t track) {
-    rig.deck.track = track;
-}
+using Batch = Progress<CapBatchDialog>;
+using SceneDetect = Progress<CapSceneCaptureDialog>;
 
 std::vector<std::uint8_t> seek_bytes(long track) {
     const auto frame = seek_frame(track);
@@ -45,11 +61,9 @@ std::vector<std::uint8_t> seek_bytes(long track) {
 
 // --- Batch -------------------------------------------------------------------------------
 
-TEST(BatchDialog, CapturesEveryScenePastItsOutPointThenPutsThePreviewBack) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, BatchCapturesEveryScenePastItsOutPointThenPutsThePreviewBack) {
     rig.add_scenes({{"A", 100}, {"B", 500}});
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
+    Batch b(rig, w, IDD_BATCH);
     EXPECT_TRUE(rig.host.called("progress_set_range(601,0,100)"));
     EXPECT_TRUE(app->inbatch);
     EXPECT_EQ(b.dialog.preview_window, b.pane());
@@ -57,156 +71,121 @@ TEST(BatchDialog, CapturesEveryScenePastItsOutPointThenPutsThePreviewBack) {
     EXPECT_EQ(rig.deck.raw_commands.back().bytes, seek_bytes(100));
     EXPECT_TRUE(rig.host.called("set_timer(600,1,250)"));
 
-    at_track(rig, 150);
-    b.tick();
+    b.tick_at(150);
     EXPECT_EQ(b.bar(), 25);
-    at_track(rig, 200);  // at the out point: still capturing
-    b.tick();
+    b.tick_at(200);  // at the out point: still capturing
     EXPECT_EQ(rig.media.builder.output_paths.size(), 1u);
-    at_track(rig, 201);
-    b.tick();
+    b.tick_at(201);
     EXPECT_EQ(rig.deck.raw_commands.back().bytes, seek_bytes(500));
-    at_track(rig, 520);
-    b.tick();
+    b.tick_at(520);
     EXPECT_EQ(b.bar(), 60);
     EXPECT_TRUE(rig.messages().empty());
     EXPECT_FALSE(b.ended());
 
-    at_track(rig, 601);
-    b.tick();
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
-    EXPECT_TRUE(b.ended());
+    b.tick_at(601);
+    b.expect_clean_end(batch_complete);
     EXPECT_EQ(b.end_code(), 1);
-    EXPECT_TRUE(rig.host.called("kill_timer(600,1)"));
-    EXPECT_FALSE(app->inbatch);
-    EXPECT_TRUE(app->win->attached());
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
     ASSERT_EQ(rig.media.builder.output_paths.size(), 2u);
     EXPECT_NE(rig.media.builder.output_paths[0].find("A.avi"), std::string::npos);
     EXPECT_NE(rig.media.builder.output_paths[1].find("B.avi"), std::string::npos);
     EXPECT_TRUE(rig.host.template_misses.empty());
 }
 
+// Abort and Esc send the same id; nothing happens at once, the next tick ends. The
+// close box does nothing. Without a readable position a tick is skipped, but an abort
+// still ends.
 TEST(BatchDialog, AbortOrEscEndsOnTheNextTickAndTheCloseBoxDoesNothing) {
-    UiRig rig;
-    MainWindow main(rig);
-    rig.add_scenes({{"A", 100}, {"B", 500}, {"C", 900}});
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-    rig.host.send(b.window, wm::close);
-    at_track(rig, 120);
-    b.tick();
-    EXPECT_FALSE(b.ended());
-    rig.host.command(b.window, IDCANCEL);  // Abort and Esc send the same id
-    EXPECT_TRUE(b.dialog.aborted);
-    EXPECT_FALSE(b.ended());  // nothing happens at once
-    b.tick();
-    EXPECT_TRUE(b.ended());
-    EXPECT_EQ(b.end_code(), 1);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
-    EXPECT_EQ(rig.media.builder.output_paths.size(), 1u);  // B and C never captured
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
-    EXPECT_FALSE(app->inbatch);
+    for (bool readable : {true, false}) {
+        UiRig rig;
+        MainWindow main(rig);
+        rig.add_scenes({{"A", 100}, {"B", 500}, {"C", 900}});
+        Batch b(rig, main, IDD_BATCH);
+        rig.host.send(b.window, wm::close);
+        if (!readable) {
+            rig.deck.fail("get_timecode.timecode", E_FAIL);
+        }
+        b.tick_at(readable ? 120 : 5000);  // far past the out point, if it could be read
+        b.tick();
+        EXPECT_FALSE(b.ended());
+        EXPECT_TRUE(app->inbatch);
+        rig.host.command(b.window, IDCANCEL);
+        EXPECT_TRUE(b.dialog.aborted);
+        EXPECT_FALSE(b.ended());
+        b.tick();
+        b.expect_clean_end(batch_complete);
+        EXPECT_EQ(b.end_code(), 1);
+        EXPECT_EQ(rig.media.builder.output_paths.size(), 1u);  // B and C never captured
+    }
 }
 
-TEST(BatchDialog, WithoutAPositionATickIsSkippedButAnAbortStillEnds) {
-    UiRig rig;
-    MainWindow main(rig);
-    rig.add_scenes({{"A", 100}});
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-    rig.deck.fail("get_timecode.timecode", E_FAIL);
-    at_track(rig, 5000);  // far past the out point, but unreadable
-    b.tick();
-    b.tick();
-    EXPECT_FALSE(b.ended());
-    EXPECT_TRUE(app->inbatch);
-    rig.host.command(b.window, IDCANCEL);
-    b.tick();
-    EXPECT_TRUE(b.ended());
-    EXPECT_FALSE(app->inbatch);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
-}
-
-TEST(BatchDialog, AFailingStepIsShownAndTheBatchEndsCleanly) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, BatchFailingStepIsShownAndTheBatchEndsCleanly) {
     rig.add_scenes({{"A", 100}, {"B", 500}});
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
+    Batch b(rig, w, IDD_BATCH);
     rig.deck.fail("get_transport_basic_parameters", E_FAIL);  // the seek to B
-    at_track(rig, 201);
-    b.tick();
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"DV Seek failed"});
-    EXPECT_TRUE(b.ended());
-    EXPECT_TRUE(rig.host.called("kill_timer(600,1)"));
-    EXPECT_FALSE(app->inbatch);
+    b.tick_at(201);
+    b.expect_clean_end({"DV Seek failed"});
     EXPECT_EQ(app->callback, nullptr);
-    EXPECT_TRUE(app->win->attached());
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
     // The main window goes on working with the preview.
-    main.command(102);
-    EXPECT_EQ(main.dialog.state, 2);
+    w.command(102);
+    EXPECT_EQ(w.dialog.state, 2);
     EXPECT_TRUE(app->win->running());
     EXPECT_EQ(rig.messages().size(), 1u);
 }
 
-TEST(BatchDialog, AFailingStartIsShownAndNothingKeepsRunning) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, BatchFailingStartIsShownAndNothingKeepsRunning) {
     rig.add_scenes({{"A", 100}});
     rig.deck.fail("get_transport_basic_parameters", E_FAIL);
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"DV Seek failed"});
+    Batch b(rig, w, IDD_BATCH);
+    EXPECT_EQ(rig.messages(), Texts{"DV Seek failed"});
     EXPECT_TRUE(b.ended());
     EXPECT_EQ(b.end_code(), 0);
     EXPECT_EQ(rig.host.count("set_timer(600"), 0u);
     EXPECT_FALSE(app->inbatch);
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
 }
 
+// No scene, or no DV device (refused with a message), starts nothing; the same for
+// scene detection without a DV device.
 TEST(BatchDialog, NoSceneOrNoDvDeviceStartsNothing) {
-    {
-        UiRig rig;
+    struct Case {
+        int device, template_id;
+        bool scene;
+        Texts messages;
+    };
+    for (const Case& c : {Case{0, IDD_BATCH, false, {}}, Case{1, IDD_BATCH, true, no_device},
+                          Case{1, IDD_SCENE_DETECT, false, no_device}}) {
+        SCOPED_TRACE(::testing::Message() << "device " << c.device << " dialog " << c.template_id);
+        UiRig rig(c.device);
         MainWindow main(rig);
+        if (c.scene) {
+            rig.add_scenes({{"A", 100}});
+        }
         const std::size_t mark = rig.media.ledger.calls.size();
-        Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-        EXPECT_TRUE(b.ended());
+        const bool ended = c.template_id == IDD_BATCH
+                               ? Batch(rig, main, c.template_id).ended()
+                               : SceneDetect(rig, main, c.template_id).ended();
+        EXPECT_TRUE(ended);
+        EXPECT_EQ(rig.messages(), c.messages);
         EXPECT_TRUE(rig.media_since(mark, "").empty());
         EXPECT_FALSE(app->inbatch);
-    }
-    {
-        UiRig rig(1);
-        MainWindow main(rig);
-        rig.add_scenes({{"A", 100}});
-        const std::size_t mark = rig.media.ledger.calls.size();
-        Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-        EXPECT_EQ(rig.messages(), std::vector<std::string>{"Failed to get device interface (39)"});
-        EXPECT_TRUE(b.ended());
-        EXPECT_TRUE(rig.media_since(mark, "").empty());
         EXPECT_TRUE(app->win->running());
     }
 }
 
-TEST(BatchDialog, ProgressBarTruncatesAndToleratesOddFractions) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, BatchProgressBarTruncatesAndToleratesOddFractions) {
     rig.add_scenes({{"A", 100}});
-    Progress<CapBatchDialog> b(rig, main, IDD_BATCH);
-    b.dialog.progress(0.999f);
-    EXPECT_EQ(b.bar(), 99);
-    b.dialog.progress(0.0f);
-    EXPECT_EQ(b.bar(), 0);
-    b.dialog.progress(std::numeric_limits<float>::quiet_NaN());
-    EXPECT_EQ(b.bar(), 0);
-    b.dialog.progress(std::numeric_limits<float>::infinity());
-    EXPECT_EQ(b.bar(), 0);
-    b.dialog.progress(3.0e9f);
-    EXPECT_EQ(b.bar(), 100);
+    Batch b(rig, w, IDD_BATCH);
+    for (auto [fraction, bar] : {std::pair{0.999f, 99}, std::pair{0.0f, 0}, std::pair{3.0e9f, 100},
+                                 std::pair{std::numeric_limits<float>::quiet_NaN(), 0},
+                                 std::pair{std::numeric_limits<float>::infinity(), 0}}) {
+        b.dialog.progress(fraction);
+        EXPECT_EQ(b.bar(), bar) << fraction;
+    }
     rig.host.command(b.window, IDCANCEL);
     b.tick();
 }
 
-TEST(BatchDialog, TheEditorsRecordRunsItOverTheEditor) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, BatchFromTheEditorsRecordRunsOverTheEditor) {
     rig.add_scenes({{"A", 100}});
     rig.host.script(600, [&](FakeDialogHost& host, WindowHandle dlg) {
         rig.deck.track = 300;
@@ -216,21 +195,19 @@ TEST(BatchDialog, TheEditorsRecordRunsItOverTheEditor) {
         host.command(dlg, 108);
         host.command(dlg, IDOK);
     });
-    main.command(120);
+    w.command(120);
     EXPECT_TRUE(rig.host.called("dialog_box(600,400)"));
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
+    EXPECT_EQ(rig.messages(), batch_complete);
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
     EXPECT_EQ(transport_timer, 1u);
 }
 
 // --- Scene detection -----------------------------------------------------------------------
 
-TEST(SceneDetectDialog, ShowsTheFileBeingWrittenAndEachStepsTimecode) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, SceneDetectShowsTheFileBeingWrittenAndEachStepsTimecode) {
     rig.deck.timecode_bcd = bcd_timecode(0, 10, 0, 0);
     rig.media.builder.dropped.not_dropped = 250;  // every file long enough to keep
-    Progress<CapSceneCaptureDialog> s(rig, main, IDD_SCENE_DETECT);
+    SceneDetect s(rig, w, IDD_SCENE_DETECT);
     ASSERT_TRUE(app->inbatch);
     const std::string first = s.text(1022);
     EXPECT_EQ(first.substr(first.size() - 6), " 1.avi");
@@ -253,57 +230,32 @@ TEST(SceneDetectDialog, ShowsTheFileBeingWrittenAndEachStepsTimecode) {
     rig.host.command(s.window, IDCANCEL);
     EXPECT_FALSE(s.ended());
     s.tick();
-    EXPECT_TRUE(s.ended());
+    s.expect_clean_end(batch_complete);
     EXPECT_EQ(s.end_code(), 1);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
-    EXPECT_FALSE(app->inbatch);
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
     EXPECT_TRUE(rig.host.template_misses.empty());
 }
 
-TEST(SceneDetectDialog, ATapeThatStopsEndsTheCapture) {
-    UiRig rig;
-    MainWindow main(rig);
-    Progress<CapSceneCaptureDialog> s(rig, main, IDD_SCENE_DETECT);
+TEST_F(MainWindowTest, SceneDetectEndsWhenTheTapeStops) {
+    SceneDetect s(rig, w, IDD_SCENE_DETECT);
     rig.deck.playing = media::OAFALSE;
     rig.deck.follow_modes = false;
     s.tick();
-    EXPECT_TRUE(s.ended());
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{batch_complete});
+    s.expect_clean_end(batch_complete);
 }
 
-TEST(SceneDetectDialog, AFailingStepIsShownAndEndsCleanly) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, SceneDetectFailingStepIsShownAndEndsCleanly) {
     rig.deck.timecode_bcd = bcd_timecode(0, 10, 0, 0);
-    Progress<CapSceneCaptureDialog> s(rig, main, IDD_SCENE_DETECT);
+    SceneDetect s(rig, w, IDD_SCENE_DETECT);
     rig.media.builder.fail("set_output_file_name", E_ACCESSDENIED);
     rig.deck.timecode_bcd = bcd_timecode(0, 20, 0, 0);  // a break: the next file fails
     s.tick();
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Unable to set output filename"});
-    EXPECT_TRUE(s.ended());
-    EXPECT_TRUE(rig.host.called("kill_timer(701,1)"));
-    EXPECT_FALSE(app->inbatch);
-    EXPECT_TRUE(app->win->attached());
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
-}
-
-TEST(SceneDetectDialog, WithoutADvDeviceItIsRefused) {
-    UiRig rig(1);
-    MainWindow main(rig);
-    const std::size_t mark = rig.media.ledger.calls.size();
-    Progress<CapSceneCaptureDialog> s(rig, main, IDD_SCENE_DETECT);
-    EXPECT_TRUE(s.ended());
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Failed to get device interface (39)"});
-    EXPECT_TRUE(rig.media_since(mark, "").empty());
-    EXPECT_FALSE(app->inbatch);
+    s.expect_clean_end({"Unable to set output filename"});
 }
 
 // --- Seek ----------------------------------------------------------------------------------
 
 TEST(SeekDialog, OkWindsToTheTypedTrackAndAnEmptyBoxMeansZero) {
-    for (auto [typed, track] :
-         {std::pair{std::string("1500"), 1500L}, std::pair{std::string(""), 0L}}) {
+    for (auto [typed, track] : {std::pair{"1500", 1500L}, std::pair{"", 0L}}) {
         UiRig rig;
         MainWindow main(rig);
         CapSeekDialog seek;
@@ -319,12 +271,10 @@ TEST(SeekDialog, OkWindsToTheTypedTrackAndAnEmptyBoxMeansZero) {
     }
 }
 
-TEST(SeekDialog, AFailingSeekIsShownWithTheNormalCursorAndTheDialogStays) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, SeekFailingIsShownWithTheNormalCursorAndTheDialogStays) {
     rig.system.texts[E_FAIL] = "Unspecified error\r\n";
     CapSeekDialog seek;
-    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, main.window);
+    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
     rig.deck.fail("get_transport_basic_parameters", E_FAIL);
     rig.host.control(dlg, 114).text = "77";
     std::string system_text;
@@ -334,37 +284,27 @@ TEST(SeekDialog, AFailingSeekIsShownWithTheNormalCursorAndTheDialogStays) {
         host.command(error, IDOK);
     });
     rig.host.command(dlg, IDOK);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"DV Seek failed"});
+    EXPECT_EQ(rig.messages(), Texts{"DV Seek failed"});
     EXPECT_EQ(system_text, "Unspecified error (-2147467259)");
     EXPECT_FALSE(rig.host.ended(dlg));
     EXPECT_EQ(rig.host.cursor, 0);
 }
 
-TEST(SeekDialog, CancelEscAndTheCloseBoxEndWithZero) {
-    UiRig rig;
-    MainWindow main(rig);
+// Cancel, Esc and the close box end with zero. Without an attached device OK is refused
+// with a message and the dialog stays. Neither reaches the deck.
+TEST_F(MainWindowTest, SeekCancelledOrWithoutADeviceNeverSeeks) {
     for (bool by_close : {false, true}) {
         CapSeekDialog seek;
-        WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, main.window);
-        if (by_close) {
-            rig.host.send(dlg, wm::close);
-        } else {
-            rig.host.command(dlg, IDCANCEL);
-        }
+        WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
+        by_close ? rig.host.send(dlg, wm::close) : rig.host.command(dlg, IDCANCEL);
         EXPECT_TRUE(rig.host.ended(dlg));
         EXPECT_EQ(rig.host.end_code(dlg), 0);
     }
-    EXPECT_TRUE(rig.deck.raw_commands.empty());
-}
-
-TEST(SeekDialog, NoAttachedDeviceIsShownInsteadOfSeeking) {
-    UiRig rig;
-    MainWindow main(rig);
     app->dv->detach();
     CapSeekDialog seek;
-    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, main.window);
+    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
     rig.host.command(dlg, IDOK);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Failed to get device interface (39)"});
+    EXPECT_EQ(rig.messages(), no_device);
     EXPECT_FALSE(rig.host.ended(dlg));
     EXPECT_TRUE(rig.deck.raw_commands.empty());
 }
