@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr int dv_only[] = {205, 206, 207, 210, 1020};
-constexpr int wdm_only[] = {208, 203, 204, 211};
-constexpr int always[] = {115, 201, 202, 1002, 209, 1};
+const std::vector<int> dv_only = {205, 206, 207, 210, 1020};
+const std::vector<int> wdm_only = {208, 203, 204, 211};
+const std::vector<int> always = {115, 201, 202, 1002, 209, 1};
 
 struct Props {
     explicit Props(UiRig& rig_, MainWindow& main) : rig(rig_) {
@@ -34,29 +34,34 @@ struct Props {
         rig.host.pump();
     }
     bool ended() const { return rig.host.ended(window); }
+    // The controls of the DV and WDM kinds enabled as for that source; the rest always.
+    void expect_enabled_for(bool dv) {
+        for (auto [ids, on] :
+             {std::pair{&dv_only, dv}, std::pair{&wdm_only, !dv}, std::pair{&always, true}}) {
+            for (int id : *ids) {
+                EXPECT_EQ(control(id).enabled, on) << id;
+            }
+        }
+    }
 };
 
 }  // namespace
 
-TEST(PropsOpening, ListsDevicesAndCodecsAndSelectsTheSettings) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, PropsListDevicesAndCodecsAndSelectTheSettings) {
     app->audio_device = 1;
     app->video_codec = 2;
     app->audio_codec = 0;
-    Props p(rig, main);
-    EXPECT_EQ(p.control(115).combo_items,
-              (std::vector<std::string>{"DV Camcorder", "USB Video Device"}));
-    EXPECT_EQ(p.control(115).combo_sel, 0);
-    EXPECT_EQ(p.control(208).combo_items, (std::vector<std::string>{"Microphone", "Line In"}));
-    EXPECT_EQ(p.control(208).combo_sel, 1);
-    EXPECT_EQ(p.control(203).combo_items,
-              (std::vector<std::string>{"No compression", "MJPEG Compressor", "Cinepak Codec",
-                                        "Indeo Video"}));
-    EXPECT_EQ(p.control(203).combo_sel, 2);
-    EXPECT_EQ(p.control(204).combo_items,
-              (std::vector<std::string>{"No compression", "IMA ADPCM", "MPEG Layer-3"}));
-    EXPECT_EQ(p.control(204).combo_sel, 0);
+    Props p(rig, w);
+    const std::vector<std::tuple<int, Texts, int>> combos = {
+        {115, {"DV Camcorder", "USB Video Device"}, 0},
+        {208, {"Microphone", "Line In"}, 1},
+        {203, {"No compression", "MJPEG Compressor", "Cinepak Codec", "Indeo Video"}, 2},
+        {204, {"No compression", "IMA ADPCM", "MPEG Layer-3"}, 0},
+    };
+    for (const auto& [id, items, sel] : combos) {
+        EXPECT_EQ(p.control(id).combo_items, items) << id;
+        EXPECT_EQ(p.control(id).combo_sel, sel) << id;
+    }
     EXPECT_EQ(p.control(201).text, rig.system.videos);
     EXPECT_EQ(p.control(209).text, "kestrel");
     EXPECT_TRUE(p.control(205).checked);
@@ -71,38 +76,15 @@ TEST(PropsOpening, EnablesTheControlsOfTheSourceKind) {
     for (int device : {0, 1}) {
         UiRig rig(device);
         MainWindow main(rig);
-        Props p(rig, main);
-        const bool dv = device == 0;
-        for (int id : dv_only) {
-            EXPECT_EQ(p.control(id).enabled, dv) << id;
-        }
-        for (int id : wdm_only) {
-            EXPECT_EQ(p.control(id).enabled, !dv) << id;
-        }
-        for (int id : always) {
-            EXPECT_TRUE(p.control(id).enabled) << id;
-        }
+        Props(rig, main).expect_enabled_for(device == 0);
     }
 }
 
-TEST(PropsOpening, OpeningAppliesThePrerollToEveryScene) {
-    UiRig rig;
-    MainWindow main(rig);
-    rig.add_scenes({{"a", 100}, {"b", 700}});
-    app->preroll = 25;
-    Props p(rig, main);
-    EXPECT_EQ(app->job_at(0)->capture_start.track, 75);
-    EXPECT_EQ(app->job_at(1)->capture_start.track, 675);
-    EXPECT_EQ(p.control(210).text, "25");
-}
-
-TEST(PropsOpening, TypeTwoAndAStaleCodecIndex) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, PropsTypeTwoAndAStaleCodecIndex) {
     app->dv_type2 = 7;
     app->video_codec = 9;  // a compressor that is no longer installed
     app->scene_detection = true;
-    Props p(rig, main);
+    Props p(rig, w);
     EXPECT_TRUE(p.control(206).checked);
     EXPECT_FALSE(p.control(205).checked);
     EXPECT_EQ(p.control(203).combo_sel, -1);
@@ -113,38 +95,34 @@ TEST(PropsOpening, TypeTwoAndAStaleCodecIndex) {
     EXPECT_EQ(app->dv_type2, 1);
 }
 
-TEST(PropsOpening, AnEnumerationFailureIsShownAndEndsTheDialog) {
-    UiRig rig;
-    MainWindow main(rig);
+TEST_F(MainWindowTest, PropsEnumerationFailureIsShownAndEndsTheDialog) {
     rig.media.fail("create_instance.system_device_enum", E_OUTOFMEMORY);
-    Props p(rig, main);
+    Props p(rig, w);
     EXPECT_EQ(rig.messages().size(), 1u);
     EXPECT_TRUE(p.ended());
     EXPECT_EQ(rig.host.end_code(p.window), 0);
 }
 
-TEST(PropsPreroll, EveryChangeReDerivesTheCaptureStarts) {
-    UiRig rig;
-    MainWindow main(rig);
-    rig.add_scenes({{"a", 100}});
-    Props p(rig, main);
-    p.type(210, "3");
-    EXPECT_EQ(app->preroll, 3);
-    EXPECT_EQ(app->job_at(0)->capture_start.track, 97);
-    p.type(210, "30");
-    EXPECT_EQ(app->preroll, 30);
-    EXPECT_EQ(app->job_at(0)->capture_start.track, 70);
-    p.type(210, "");
-    EXPECT_EQ(app->preroll, 0);
-    EXPECT_EQ(app->job_at(0)->capture_start.track, 100);
-    // The in point and the timecode text are left alone.
+// Opening applies the preroll to every scene, and every change re-derives the capture
+// starts; the in point is left alone.
+TEST_F(MainWindowTest, PropsPrerollReDerivesTheCaptureStartsOnOpeningAndEveryChange) {
+    rig.add_scenes({{"a", 100}, {"b", 700}});
+    app->preroll = 25;
+    Props p(rig, w);
+    EXPECT_EQ(app->job_at(0)->capture_start.track, 75);
+    EXPECT_EQ(app->job_at(1)->capture_start.track, 675);
+    EXPECT_EQ(p.control(210).text, "25");
+    for (auto [typed, preroll] : {std::pair{"3", 3}, std::pair{"30", 30}, std::pair{"", 0}}) {
+        p.type(210, typed);
+        EXPECT_EQ(app->preroll, preroll);
+        EXPECT_EQ(app->job_at(0)->capture_start.track, 100 - preroll);
+        EXPECT_EQ(app->job_at(1)->capture_start.track, 700 - preroll);
+    }
     EXPECT_EQ(app->job_at(0)->in_point.track, 100);
 }
 
-TEST(PropsClosing, OkStoresEverythingAndEnds) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsOkStoresEverythingAndEnds) {
+    Props p(rig, w);
     p.control(1020).checked = true;
     p.control(203).combo_sel = 3;
     p.control(204).combo_sel = 2;
@@ -168,10 +146,8 @@ TEST(PropsClosing, OkStoresEverythingAndEnds) {
     EXPECT_EQ(app->scene_name, "holiday");
 }
 
-TEST(PropsClosing, EmptySceneNameIsRefusedAfterTheOtherValuesAreStored) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsEmptySceneNameIsRefusedAfterTheOtherValuesAreStored) {
+    Props p(rig, w);
     rig.host.folder_choice = "/media/chosen";
     rig.host.command(p.window, 202);
     EXPECT_EQ(app->output_directory, "/media/chosen");  // at once
@@ -181,7 +157,7 @@ TEST(PropsClosing, EmptySceneNameIsRefusedAfterTheOtherValuesAreStored) {
     p.control(1002).text = "20";
     p.control(209).text = "";
     rig.host.send(p.window, wm::close);  // the close box takes the same path
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"You need to specify a scene name (6)"});
+    EXPECT_EQ(rig.messages(), Texts{"You need to specify a scene name (6)"});
     EXPECT_FALSE(p.ended());
     EXPECT_EQ(app->video_codec, 1);
     EXPECT_DOUBLE_EQ(app->disk_warning, 0.2);
@@ -189,10 +165,8 @@ TEST(PropsClosing, EmptySceneNameIsRefusedAfterTheOtherValuesAreStored) {
     EXPECT_EQ(app->scene_name, "kestrel");
 }
 
-TEST(PropsClosing, EmptyOutputDirectoryIsRefusedAndEscDoesNothing) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsEmptyOutputDirectoryIsRefusedAndEscDoesNothing) {
+    Props p(rig, w);
     const std::string before = app->output_directory;
     rig.host.command(p.window, IDCANCEL);
     rig.host.pump();
@@ -203,16 +177,13 @@ TEST(PropsClosing, EmptyOutputDirectoryIsRefusedAndEscDoesNothing) {
     p.control(201).text = "";
     p.control(209).text = "";
     p.ok();
-    EXPECT_EQ(rig.messages(),
-              std::vector<std::string>{"You need to specify an output directory (5)"});
+    EXPECT_EQ(rig.messages(), Texts{"You need to specify an output directory (5)"});
     EXPECT_FALSE(p.ended());
     EXPECT_EQ(app->output_directory, before);
 }
 
-TEST(PropsDevice, ChangingTheDeviceReconnectsAndAttachesAStoppedPreview) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsChangingTheDeviceReconnectsAndAttachesAStoppedPreview) {
+    Props p(rig, w);
     ASSERT_EQ(transport_timer, 1u);
     p.select(115, 1);
     EXPECT_EQ(app->video_device, 1);
@@ -222,28 +193,19 @@ TEST(PropsDevice, ChangingTheDeviceReconnectsAndAttachesAStoppedPreview) {
     EXPECT_EQ(transport_timer, 0u);
     EXPECT_TRUE(app->win->attached());
     EXPECT_FALSE(app->win->running());
-    EXPECT_EQ(rig.media.graph.owner, main.pane());
-    for (int id : wdm_only) {
-        EXPECT_TRUE(p.control(id).enabled) << id;
-    }
-    for (int id : dv_only) {
-        EXPECT_FALSE(p.control(id).enabled) << id;
-    }
+    EXPECT_EQ(rig.media.graph.owner, w.pane());
+    p.expect_enabled_for(false);
     // And back to the DV device: the transport poll starts on the main window.
     p.select(115, 0);
     EXPECT_TRUE(app->source_is_dv);
     EXPECT_EQ(transport_timer, 1u);
     EXPECT_EQ(rig.host.count("set_timer(100,1,250)"), 2u);
-    for (int id : dv_only) {
-        EXPECT_TRUE(p.control(id).enabled) << id;
-    }
+    p.expect_enabled_for(true);
     EXPECT_TRUE(rig.messages().empty());
 }
 
-TEST(PropsDevice, AFailedChangeIsShownAndThePreviousDeviceComesBack) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsFailedDeviceChangeIsShownAndThePreviousDeviceComesBack) {
+    Props p(rig, w);
     rig.media.catalogue[media::DeviceCategory::video_input][1].bind_result = E_FAIL;
     p.select(115, 1);
     EXPECT_EQ(rig.messages().size(), 1u);
@@ -256,10 +218,8 @@ TEST(PropsDevice, AFailedChangeIsShownAndThePreviousDeviceComesBack) {
     EXPECT_EQ(transport_timer, 1u);
 }
 
-TEST(PropsPages, DecoderPagesStopAndRestartARunningPreview) {
-    UiRig rig;
-    MainWindow main(rig);
-    Props p(rig, main);
+TEST_F(MainWindowTest, PropsDecoderPagesStopAndRestartARunningPreview) {
+    Props p(rig, w);
     ASSERT_TRUE(app->win->running());
     const std::size_t mark = rig.media.ledger.calls.size();
     rig.host.command(p.window, 207);
@@ -267,8 +227,7 @@ TEST(PropsPages, DecoderPagesStopAndRestartARunningPreview) {
     EXPECT_EQ(rig.media.frames[0].caption, "DV Capture");
     EXPECT_EQ(rig.media.frames[0].owner, p.window);
     EXPECT_EQ(rig.media_since(mark, "graph."),
-              (std::vector<std::string>{"graph.find_filter_by_name(DV Video Decoder)", "graph.stop",
-                                        "graph.run"}));
+              (Texts{"graph.find_filter_by_name(DV Video Decoder)", "graph.stop", "graph.run"}));
     EXPECT_TRUE(app->win->running());
 
     rig.host.command(p.window, 211);
@@ -282,7 +241,7 @@ TEST(PropsPages, AMissingDecoderIsShownAndTheDialogStays) {
     MainWindow main(rig);
     Props p(rig, main);
     rig.host.command(p.window, 207);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Failed to find filter"});
+    EXPECT_EQ(rig.messages(), Texts{"Failed to find filter"});
     EXPECT_TRUE(rig.media.frames.empty());
     EXPECT_FALSE(p.ended());
     EXPECT_TRUE(app->win->running());
