@@ -29,13 +29,6 @@ struct Editor {
     }
 };
 
-// Scenes whose timecode texts differ from their tracks, as logged from a tape.
-void log_abc(UiRig& rig) {
-    rig.add_scenes({{"A", 1000}, {"B", 12000}, {"C", 25000}});
-    app->job_at(1)->capture_start.seconds = 3;
-    app->job_at(1)->capture_start.frames = 10;
-}
-
 // Answers the task dialog with these box texts and OK.
 FakeDialogHost::Script task_ok(std::string name, std::string start, std::string end) {
     return [=](FakeDialogHost& host, WindowHandle dlg) {
@@ -48,9 +41,17 @@ FakeDialogHost::Script task_ok(std::string name, std::string start, std::string 
 
 }  // namespace
 
-TEST(SceneListEditor, RowsAreInListOrderWithTimecodeText) {
+// Three scenes whose timecode texts differ from their tracks, as logged from a tape.
+struct SceneListEditor : ::testing::Test {
+    SceneListEditor() {
+        rig.add_scenes({{"A", 1000}, {"B", 12000}, {"C", 25000}});
+        app->job_at(1)->capture_start.seconds = 3;
+        app->job_at(1)->capture_start.frames = 10;
+    }
     UiRig rig;
-    log_abc(rig);
+};
+
+TEST_F(SceneListEditor, RowsAreInListOrderWithTimecodeText) {
     Editor e(rig);
     EXPECT_EQ(e.list().columns, (std::vector<std::string>{"Scene name", "Start", "End"}));
     EXPECT_TRUE(rig.host.called("list_insert_column(0,Scene name,100)"));
@@ -64,11 +65,11 @@ TEST(SceneListEditor, RowsAreInListOrderWithTimecodeText) {
     EXPECT_TRUE(rig.host.template_misses.empty());
 }
 
-TEST(SceneListEditor, PropertiesEditsTheSelectedSceneAndRefreshesItsRowWithTracks) {
-    UiRig rig;
-    log_abc(rig);
-    app->preroll = 25;
+// Properties and a double click edit the selected scene; its row is refreshed with
+// tracks, shown unsigned.
+TEST_F(SceneListEditor, EditingTheSelectedSceneRefreshesItsRowWithTracksUnsigned) {
     Editor e(rig);
+    app->preroll = 25;
     e.select({1});
     rig.host.script(504, [](FakeDialogHost& host, WindowHandle dlg) {
         EXPECT_EQ(host.text(dlg, 503), "B");
@@ -77,27 +78,20 @@ TEST(SceneListEditor, PropertiesEditsTheSelectedSceneAndRefreshesItsRowWithTrack
     rig.host.command(e.window, 109);
     EXPECT_EQ(app->job_at(1)->name, "B2");
     EXPECT_EQ(app->job_at(1)->capture_start.track, 75);
-    EXPECT_EQ(e.rows()[1], (std::vector<std::string>{"B2", "75", "400"}));
-    EXPECT_EQ(e.rows()[0], (std::vector<std::string>{"A", "00:01:00:00", "00:01:00:00"}));
+    EXPECT_EQ(e.rows()[1], (Texts{"B2", "75", "400"}));
+    EXPECT_EQ(e.rows()[0], (Texts{"A", "00:01:00:00", "00:01:00:00"}));
     EXPECT_EQ(e.rows()[2][1], "00:25:00:00");
-}
 
-TEST(SceneListEditor, RefreshedRowsShowTracksUnsigned) {
-    UiRig rig;
-    log_abc(rig);
     app->preroll = 150;
-    Editor e(rig);
     e.select({0});
     rig.host.script(504, task_ok("A", "100", "4294967295"));
     e.double_click();
     EXPECT_EQ(app->job_at(0)->capture_start.track, -50);
     EXPECT_EQ(app->job_at(0)->out_point.track, -1);
-    EXPECT_EQ(e.rows()[0], (std::vector<std::string>{"A", "4294967246", "4294967295"}));
+    EXPECT_EQ(e.rows()[0], (Texts{"A", "4294967246", "4294967295"}));
 }
 
-TEST(SceneListEditor, CancelledEditLeavesTheRow) {
-    UiRig rig;
-    log_abc(rig);
+TEST_F(SceneListEditor, CancelledEditLeavesTheRow) {
     Editor e(rig);
     e.select({2});
     const auto before = e.rows();
@@ -110,9 +104,7 @@ TEST(SceneListEditor, CancelledEditLeavesTheRow) {
     EXPECT_EQ(app->job_at(2)->name, "C");
 }
 
-TEST(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
-    UiRig rig;
-    log_abc(rig);
+TEST_F(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
     Editor e(rig);
     e.select({1});
     rig.host.command(e.window, 402);
@@ -131,21 +123,18 @@ TEST(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
     EXPECT_EQ(e.rows().size(), 1u);
 }
 
-TEST(SceneListEditor, NothingSelectedAsksForAnEntry) {
-    UiRig rig;
-    log_abc(rig);
+TEST_F(SceneListEditor, NothingSelectedAsksForAnEntry) {
     Editor e(rig);
     rig.host.command(e.window, 109);
     rig.host.command(e.window, 402);
     e.double_click();
     const std::string ask = "You need to select an entry (4)";
-    EXPECT_EQ(rig.messages(), (std::vector<std::string>{ask, ask, ask}));
+    EXPECT_EQ(rig.messages(), (Texts{ask, ask, ask}));
     EXPECT_EQ(app->jobs->size(), 3u);
     EXPECT_EQ(rig.host.count("dialog_box(504"), 0u);
 }
 
-TEST(SceneListEditor, OnlyOkCloses) {
-    UiRig rig;
+TEST_F(SceneListEditor, OnlyOkCloses) {
     Editor e(rig);
     rig.host.command(e.window, IDCANCEL);
     rig.host.send(e.window, wm::close);
@@ -157,12 +146,12 @@ TEST(SceneListEditor, OnlyOkCloses) {
     EXPECT_EQ(rig.host.end_code(e.window), 1);
 }
 
-TEST(SceneListEditor, RecordWithAnEmptyListStartsNothing) {
+TEST(SceneListEditorEmpty, RecordWithAnEmptyListStartsNothing) {
     UiRig rig;
     Editor e(rig);
     const std::size_t mark = rig.media.ledger.calls.size();
     rig.host.command(e.window, 108);
-    EXPECT_EQ(rig.messages(), std::vector<std::string>{"Specify a start point first (2)"});
+    EXPECT_EQ(rig.messages(), Texts{"Specify a start point first (2)"});
     EXPECT_EQ(rig.host.count("dialog_box(600"), 0u);
     EXPECT_TRUE(rig.media_since(mark, "").empty());
 }
