@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "app/errors.h"
@@ -92,13 +95,10 @@ TEST(MainTemplate, WindowAndEveryControlInTemplateOrder) {
         const Row& want = main_rows[i];
         const ControlTemplate& got = t->controls[i];
         SCOPED_TRACE("control #" + std::to_string(i + 1) + " id " + std::to_string(want.id));
-        EXPECT_EQ(got.id, want.id);
-        EXPECT_EQ(got.cls, want.cls);
-        EXPECT_EQ(got.text, want.text);
-        EXPECT_EQ(got.style, want.style);
-        EXPECT_EQ(got.ex_style, want.ex_style);
-        EXPECT_EQ(std::vector<int>({got.x, got.y, got.cx, got.cy}),
-                  std::vector<int>({want.x, want.y, want.cx, want.cy}));
+        EXPECT_EQ(std::tuple(got.id, got.cls, got.text, got.style, got.ex_style, got.x, got.y,
+                             got.cx, got.cy),
+                  std::tuple(want.id, std::string_view(want.cls), std::string_view(want.text),
+                             want.style, want.ex_style, want.x, want.y, want.cx, want.cy));
     }
 }
 
@@ -142,12 +142,9 @@ TEST(Templates, EveryDialogExistsWithItsCaptionSizeAndFont) {
     for (const Want& w : wants) {
         const DialogTemplate* t = find_dialog_template(w.id);
         ASSERT_NE(t, nullptr) << w.id;
-        EXPECT_EQ(t->id, w.id);
-        EXPECT_EQ(t->caption, w.caption) << w.id;
-        EXPECT_EQ(t->cx, w.cx) << w.id;
-        EXPECT_EQ(t->cy, w.cy) << w.id;
-        EXPECT_EQ(t->font, "MS Sans Serif") << w.id;
-        EXPECT_EQ(t->font_points, 8) << w.id;
+        EXPECT_EQ(std::tuple(t->id, t->caption, t->cx, t->cy, t->font, t->font_points),
+                  std::tuple(w.id, std::string_view(w.caption), w.cx, w.cy,
+                             std::string_view("MS Sans Serif"), 8));
         EXPECT_NE(t->style & WS_CAPTION, 0u) << w.id;
     }
     EXPECT_EQ(find_dialog_template(300), nullptr);  // the about picture's dialog is not kept
@@ -227,76 +224,55 @@ TEST(Templates, OrdinaryDialogsAreTidy) {
 }
 
 TEST(SkinTables, ButtonPicturesPairEveryOwnerDrawnButton) {
-    struct Want {
-        int id, pressed, normal, w, h;
-    };
-    const Want wants[] = {
+    // Control id, pressed and normal bitmap, width and height in pixels.
+    const std::vector<std::array<int, 5>> want = {
         {102, 138, 139, 103, 71}, {106, 136, 137, 103, 71}, {104, 140, 141, 103, 71},
         {103, 142, 143, 75, 57},  {115, 134, 135, 75, 57},  {116, 131, 132, 62, 41},
         {108, 144, 145, 62, 41},  {120, 146, 147, 66, 32},  {109, 129, 130, 66, 32},
         {117, 127, 128, 47, 44},  {118, 123, 124, 47, 44},  {119, 125, 126, 47, 44},
-        {1018, 150, 151, 47, 44},
-    };
-    const auto pictures = skin::button_pictures();
-    ASSERT_EQ(pictures.size(), std::size(wants));
-    for (std::size_t i = 0; i < pictures.size(); ++i) {
-        EXPECT_EQ(pictures[i].control_id, wants[i].id);
-        EXPECT_EQ(pictures[i].pressed_bitmap, wants[i].pressed) << wants[i].id;
-        EXPECT_EQ(pictures[i].normal_bitmap, wants[i].normal) << wants[i].id;
-        EXPECT_EQ(pictures[i].width_px, wants[i].w) << wants[i].id;
-        EXPECT_EQ(pictures[i].height_px, wants[i].h) << wants[i].id;
+        {1018, 150, 151, 47, 44}};
+    std::vector<std::array<int, 5>> got;
+    for (const skin::ButtonPictures& p : skin::button_pictures()) {
+        got.push_back({p.control_id, p.pressed_bitmap, p.normal_bitmap, p.width_px, p.height_px});
     }
+    EXPECT_EQ(got, want);
 }
 
 TEST(SkinTables, BitmapListCoversSkinIndicatorAndEveryPictureOnce) {
-    std::set<int> ids;
-    int skin_w = 0, skin_h = 0, ind_w = 0, ind_h = 0;
+    std::map<int, std::pair<int, int>> sizes;
     for (const skin::Bitmap& b : skin::bitmaps()) {
-        EXPECT_TRUE(ids.insert(b.id).second) << "bitmap listed twice: " << b.id;
-        if (b.id == IDB_SKIN) {
-            skin_w = b.width_px;
-            skin_h = b.height_px;
-        }
-        if (b.id == IDB_INDICATOR) {
-            ind_w = b.width_px;
-            ind_h = b.height_px;
-        }
+        EXPECT_TRUE(sizes.emplace(b.id, std::pair{b.width_px, b.height_px}).second)
+            << "bitmap listed twice: " << b.id;
     }
-    EXPECT_EQ(std::vector<int>({skin_w, skin_h}), std::vector<int>({660, 600}));
-    EXPECT_EQ(std::vector<int>({ind_w, ind_h}), std::vector<int>({24, 19}));
-    EXPECT_TRUE(ids.count(IDB_ABOUT));
+    EXPECT_EQ(sizes[IDB_SKIN], std::pair(660, 600));
+    EXPECT_EQ(sizes[IDB_INDICATOR], std::pair(24, 19));
     // 123 to 151 hold the button pictures; three numbers in that range are unused.
-    std::set<int> expected{IDB_SKIN, IDB_ABOUT, IDB_INDICATOR};
+    std::set<int> expected{IDB_SKIN, IDB_ABOUT, IDB_INDICATOR}, ids;
     for (int id = 123; id <= 151; ++id) {
         if (id != 133 && id != 148 && id != 149) {
             expected.insert(id);
         }
     }
+    for (const auto& [id, size] : sizes) {
+        ids.insert(id);
+    }
     EXPECT_EQ(ids, expected);
 }
 
 TEST(SkinTables, TooltipsInRegistrationOrder) {
-    std::vector<std::pair<int, std::string>> got;
+    std::vector<int> ids;
+    std::vector<std::string> texts;
     for (const skin::Tooltip& t : skin::tooltips()) {
-        got.emplace_back(t.control_id, std::string(t.text));
+        ids.push_back(t.control_id);
+        texts.emplace_back(t.text);
     }
-    const std::vector<std::pair<int, std::string>> want = {
-        {108, "Record"},
-        {102, "Play"},
-        {103, "Stop"},
-        {1018, "Play from In point"},
-        {104, "Fast Forward or Step Forward if paused"},
-        {106, "Rewind or Step Backwards if paused"},
-        {115, "Pause"},
-        {109, "Options"},
-        {121, "Seek"},
-        {116, "Help"},
-        {120, "Edit scene list"},
-        {117, "Exit program"},
-        {118, "Set In point"},
-        {119, "Set Out point"},
-    };
-    EXPECT_EQ(got, want);
+    EXPECT_EQ(ids, (std::vector<int>{108, 102, 103, 1018, 104, 106, 115, 109, 121, 116, 120, 117,
+                                     118, 119}));
+    EXPECT_EQ(texts, (std::vector<std::string>{"Record", "Play", "Stop", "Play from In point",
+                                               "Fast Forward or Step Forward if paused",
+                                               "Rewind or Step Backwards if paused", "Pause",
+                                               "Options", "Seek", "Help", "Edit scene list",
+                                               "Exit program", "Set In point", "Set Out point"}));
 }
 
 TEST(SkinTables, TransportStatusTextsByMode) {
