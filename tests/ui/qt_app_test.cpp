@@ -26,6 +26,7 @@
 #include "resources/skin_tables.h"
 #include "tests/fakes/fake_media.h"
 #include "tests/fakes/fake_platform.h"
+#include "tests/fakes/fake_settings_store.h"
 #include "tests/ui/qt_test_app.h"
 #include "ui/capmain.h"
 
@@ -33,19 +34,7 @@ using kc::qt::QtDialogHost;
 
 namespace {
 
-struct NoStoredSettings : SettingsStore {
-    HRESULT create_key(const std::string&, StoreKey* out) override {
-        *out = reinterpret_cast<StoreKey>(this);
-        return S_OK;
-    }
-    HRESULT query_value(StoreKey, const std::string&, void*, std::uint32_t*) override {
-        return STORE_E_NOT_FOUND;
-    }
-    HRESULT set_value(StoreKey, const std::string&, RegType, const void*, std::uint32_t) override {
-        return S_OK;
-    }
-    void close_key(StoreKey) override {}
-};
+using Texts = std::vector<std::string>;
 
 // The application over the media fakes, with the Qt host as its dialog host. Each
 // dialog template can be given a script that runs once its window is on screen.
@@ -71,6 +60,9 @@ struct QtAppRig {
         });
     }
     ~QtAppRig() {
+        for (const auto& [id, left] : scripts) {
+            EXPECT_TRUE(left.empty()) << "template " << id << " was not shown";
+        }
         owned.reset();
         app = nullptr;
         main_window = nullptr;
@@ -121,7 +113,7 @@ struct QtAppRig {
     int init_app;
     QtDialogHost host;
     FakeSystem system;
-    NoStoredSettings store;
+    FakeSettingsStore store;  // nothing stored: every run starts from the defaults
     FakeMediaFactory media;
     CapPlatform platform{host, system, store, media};
     ScopedInstance scoped{platform};
@@ -131,9 +123,10 @@ struct QtAppRig {
     bool esc_left_message_open = false;
 };
 
-TEST(QtAppWindows, MainWindowStartsOnItsSkinWithTheTransportOfADeckAndQuits) {
+// The window on its skin with the controls where template 100 puts them and the
+// transport of a deck; its close box stops the preview and ends it with zero.
+TEST(QtAppWindows, MainWindowStartsOnItsSkinWithTheTransportOfADeckAndClosesWithItsBox) {
     QtAppRig rig;
-    bool checked = false;
     rig.on_shown(IDD_MAIN, [&](WindowHandle d) {
         QWidget* window = rig.host.widget(d);
         EXPECT_EQ(window->size(), QSize(660, 600));
@@ -150,50 +143,35 @@ TEST(QtAppWindows, MainWindowStartsOnItsSkinWithTheTransportOfADeckAndQuits) {
         EXPECT_EQ(rig.host.get_dlg_item_text(d, IDC_DEVICE_TYPE, 32), "VCR");
         EXPECT_TRUE(rig.widget(d, IDC_FAST_FORWARD)->isEnabled());
         EXPECT_EQ(rig.widget(d, IDC_RECORD)->toolTip(), QString("Record"));
-        checked = true;
-        rig.click(d, IDC_QUIT);
+        EXPECT_TRUE(app->win->running());
+        window->close();
     });
     EXPECT_EQ(rig.run_main(), 0);
-    EXPECT_TRUE(checked);
+    EXPECT_FALSE(app->win->running());
 }
 
 TEST(QtAppWindows, RecordTogglesTheRecordingAndItsBlinkingIndicator) {
     QtAppRig rig;
-    bool recording_after_first = false;
-    bool recording_after_second = true;
-    int blinks = 0;
     rig.on_shown(IDD_MAIN, [&](WindowHandle d) {
         QWidget* window = rig.host.widget(d);
         const QPoint mark(skin::indicator_x + 4, skin::indicator_y + 4);
-        const QColor idle = window->grab().toImage().pixelColor(mark);
+        QColor last = window->grab().toImage().pixelColor(mark);
         rig.click(d, IDC_RECORD);
-        recording_after_first = app->recording;
+        EXPECT_TRUE(app->recording);
         // The indicator turns on and off with the main window's timers; watch it change.
-        QColor last = idle;
+        int blinks = 0;
         for (int i = 0; i < 100 && blinks < 2; ++i) {
             QTest::qWait(100);
             const QColor now = window->grab().toImage().pixelColor(mark);
             blinks += now != last ? 1 : 0;
             last = now;
         }
+        EXPECT_GE(blinks, 2);
         rig.click(d, IDC_RECORD);
-        recording_after_second = app->recording;
+        EXPECT_FALSE(app->recording);
         rig.click(d, IDC_QUIT);
     });
     EXPECT_EQ(rig.run_main(), 0);
-    EXPECT_TRUE(recording_after_first);
-    EXPECT_FALSE(recording_after_second);
-    EXPECT_GE(blinks, 2);
-}
-
-TEST(QtAppWindows, CloseBoxOfTheMainWindowStopsThePreviewAndEnds) {
-    QtAppRig rig;
-    rig.on_shown(IDD_MAIN, [&](WindowHandle d) {
-        EXPECT_TRUE(app->win->running());
-        rig.host.widget(d)->close();
-    });
-    EXPECT_EQ(rig.run_main(), 0);
-    EXPECT_FALSE(app->win->running());
 }
 
 TEST(QtAppWindows, SceneListEditorListsTheLoggedScenesAndLeavesOnlyThroughOk) {
@@ -204,38 +182,29 @@ TEST(QtAppWindows, SceneListEditorListsTheLoggedScenesAndLeavesOnlyThroughOk) {
         in.track = 1000;
         app->add_job(in)->name = name;
     }
-    int rows = 0;
-    QStringList names;
-    bool open_after_esc = false;
-    bool open_after_close_box = false;
     rig.on_shown(IDD_MAIN, [&](WindowHandle d) {
         rig.click(d, IDC_EDIT_SCENES);
         rig.quit_when_back(d);
     });
     rig.on_shown(IDD_SCENE_LIST, [&](WindowHandle editor) {
         auto* list = static_cast<QTreeWidget*>(rig.widget(editor, IDC_LIST_VIEW));
-        rows = list->topLevelItemCount();
-        for (int i = 0; i < rows; ++i) {
+        QStringList names;
+        for (int i = 0; i < list->topLevelItemCount(); ++i) {
             names << list->topLevelItem(i)->text(0);
         }
+        EXPECT_EQ(names, (QStringList{"Beach", "Harbour"}));
         QTest::keyClick(rig.host.widget(editor), Qt::Key_Escape);
-        open_after_esc = rig.host.widget(editor)->isVisible();
+        EXPECT_TRUE(rig.host.widget(editor)->isVisible());
         rig.host.widget(editor)->close();
-        open_after_close_box = rig.host.widget(editor)->isVisible();
+        EXPECT_TRUE(rig.host.widget(editor)->isVisible());
         rig.click(editor, IDOK);
     });
     EXPECT_EQ(rig.run_main(), 0);
-    EXPECT_EQ(rows, 2);
-    EXPECT_EQ(names, (QStringList{"Beach", "Harbour"}));
-    EXPECT_TRUE(open_after_esc);
-    EXPECT_TRUE(open_after_close_box);
 }
 
 TEST(QtAppWindows, PropertiesRefuseAnEmptySceneNameAndStoreOnClose) {
     QtAppRig rig;
     rig.answer_messages(1);
-    bool open_after_refusal = false;
-    bool open_after_esc = false;
     rig.on_shown(IDD_MAIN, [&](WindowHandle d) {
         rig.click(d, IDC_OPTIONS);
         rig.quit_when_back(d);
@@ -246,19 +215,16 @@ TEST(QtAppWindows, PropertiesRefuseAnEmptySceneNameAndStoreOnClose) {
         name->clear();
         // The close box asks to store; the empty name is refused with a message.
         rig.host.widget(props)->close();
-        open_after_refusal = rig.host.widget(props)->isVisible();
+        EXPECT_TRUE(rig.host.widget(props)->isVisible());
         QTest::keyClick(rig.host.widget(props), Qt::Key_Escape);
-        open_after_esc = rig.host.widget(props)->isVisible();
+        EXPECT_TRUE(rig.host.widget(props)->isVisible());
         QTest::keyClicks(name, "Holiday");
         rig.click(props, IDC_PROP_SCENE_DETECTION);
         rig.click(props, IDOK);
     });
     const bool detection_before = app->scene_detection;
     EXPECT_EQ(rig.run_main(), 0);
-    EXPECT_TRUE(open_after_refusal);
-    EXPECT_TRUE(open_after_esc);
-    ASSERT_EQ(rig.messages.size(), 1u);
-    EXPECT_EQ(rig.messages[0], "You need to specify a scene name (6)");
+    EXPECT_EQ(rig.messages, Texts{"You need to specify a scene name (6)"});
     EXPECT_TRUE(rig.esc_left_message_open);
     EXPECT_EQ(app->scene_name, "Holiday");
     EXPECT_NE(app->scene_detection, detection_before);
