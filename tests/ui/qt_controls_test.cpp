@@ -17,72 +17,12 @@
 #include "resources/resource_ids.h"
 #include "tests/ui/qt_test_app.h"
 
-using kc::qt::QtDialogHost;
-
 namespace {
 
-struct Seen {
-    QtDialogHost* host = nullptr;
-    std::vector<WParam> commands;
-    std::vector<NotifyHeader> notes;
-    std::function<void(WindowHandle)> on_init;
-    int count(int id, unsigned code) const {
-        int n = 0;
-        for (WParam w : commands) {
-            n += w == make_wparam(static_cast<unsigned>(id), code) ? 1 : 0;
-        }
-        return n;
-    }
-};
-Seen* seen = nullptr;
-
-LResult proc(WindowHandle dialog, unsigned message, WParam wparam, LParam lparam) {
-    switch (message) {
-        case wm::init_dialog:
-            if (seen->on_init) {
-                seen->on_init(dialog);
-            }
-            return 1;
-        case wm::command:
-            seen->commands.push_back(wparam);
-            return 1;
-        case wm::notify:
-            seen->notes.push_back(*reinterpret_cast<const NotifyHeader*>(lparam));
-            return 0;
-        case wm::ctlcolor_static: {
-            // The main window's colours for its display fields.
-            auto dc = reinterpret_cast<DcHandle>(wparam);
-            seen->host->set_bk_color(dc, Rgb{0, 0, 0});
-            seen->host->set_text_color(dc, Rgb{149, 145, 143});
-            seen->host->set_bk_mode_transparent(dc);
-            return reinterpret_cast<LResult>(seen->host->stock_brush(StockBrush::black));
-        }
-        default:
-            return 0;
-    }
-}
-
-class QtControlsTest : public ::testing::Test {
-  protected:
-    QtControlsTest() {
-        qt_test_app();
-        seen = &s;
-        s.host = &host;
-    }
-    ~QtControlsTest() override { seen = nullptr; }
-    void run(int template_id, std::function<void(WindowHandle)> drive) {
-        host.set_dialog_shown_hook([&](WindowHandle d, int) {
-            drive(d);
-            host.end_dialog(d, 0);
-        });
-        host.dialog_box(template_id, nullptr, &proc, 0);
-    }
-    Seen s;
-    QtDialogHost host;
-};
+using QtControlsTest = QtHostTest;
 
 TEST_F(QtControlsTest, TextsAndNumbersReadBackAsTheClassicEditGivesThem) {
-    run(IDD_PROPERTIES, [&](WindowHandle d) {
+    run_and_end(IDD_PROPERTIES, [&](WindowHandle d) {
         host.set_dlg_item_text(d, IDC_PROP_SCENE_NAME, "Holiday");
         EXPECT_EQ(host.get_dlg_item_text(d, IDC_PROP_SCENE_NAME, 260), "Holiday");
         // A buffer of n characters holds n - 1 of them.
@@ -109,12 +49,12 @@ TEST_F(QtControlsTest, TextsAndNumbersReadBackAsTheClassicEditGivesThem) {
         EXPECT_EQ(host.get_dlg_item_text(d, 4242, 10), "");
     });
     // Every change of a single-line edit is reported, also the program's own.
-    EXPECT_GE(s.count(IDC_PROP_PREROLL, EN_CHANGE), 1);
-    EXPECT_GE(s.count(IDC_PROP_SCENE_NAME, EN_CHANGE), 4);
+    EXPECT_GE(p.commands(IDC_PROP_PREROLL, EN_CHANGE), 1);
+    EXPECT_GE(p.commands(IDC_PROP_SCENE_NAME, EN_CHANGE), 4);
 }
 
 TEST_F(QtControlsTest, TypingIntoANumberFieldTakesDigitsOnly) {
-    run(IDD_PROPERTIES, [&](WindowHandle d) {
+    run_and_end(IDD_PROPERTIES, [&](WindowHandle d) {
         auto* preroll =
             static_cast<QLineEdit*>(host.widget(host.get_dlg_item(d, IDC_PROP_PREROLL)));
         preroll->clear();
@@ -124,7 +64,7 @@ TEST_F(QtControlsTest, TypingIntoANumberFieldTakesDigitsOnly) {
 }
 
 TEST_F(QtControlsTest, ChecksAndRadiosFollowTheirTemplateGroups) {
-    run(IDD_PROPERTIES, [&](WindowHandle d) {
+    run_and_end(IDD_PROPERTIES, [&](WindowHandle d) {
         host.check_radio_button(d, IDC_PROP_DV_TYPE1, IDC_PROP_DV_TYPE2, IDC_PROP_DV_TYPE2);
         EXPECT_FALSE(host.is_dlg_button_checked(d, IDC_PROP_DV_TYPE1));
         EXPECT_TRUE(host.is_dlg_button_checked(d, IDC_PROP_DV_TYPE2));
@@ -133,7 +73,7 @@ TEST_F(QtControlsTest, ChecksAndRadiosFollowTheirTemplateGroups) {
                           QPoint(5, 5));
         EXPECT_TRUE(host.is_dlg_button_checked(d, IDC_PROP_DV_TYPE1));
         EXPECT_FALSE(host.is_dlg_button_checked(d, IDC_PROP_DV_TYPE2));
-        EXPECT_EQ(s.count(IDC_PROP_DV_TYPE1, 0), 1);
+        EXPECT_EQ(p.commands(IDC_PROP_DV_TYPE1, 0), 1);
 
         host.check_dlg_button(d, IDC_PROP_SCENE_DETECTION, true);
         EXPECT_TRUE(host.is_dlg_button_checked(d, IDC_PROP_SCENE_DETECTION));
@@ -148,7 +88,7 @@ TEST_F(QtControlsTest, ChecksAndRadiosFollowTheirTemplateGroups) {
 }
 
 TEST_F(QtControlsTest, ComboSelectionIsSilentForTheProgramAndReportedForTheUser) {
-    run(IDD_PROPERTIES, [&](WindowHandle d) {
+    run_and_end(IDD_PROPERTIES, [&](WindowHandle d) {
         WindowHandle combo = host.get_dlg_item(d, IDC_PROP_DEVICE);
         EXPECT_EQ(host.combo_add_string(combo, "Virtual DV deck"), 0);
         EXPECT_EQ(host.combo_add_string(combo, "Webcam"), 1);
@@ -157,17 +97,17 @@ TEST_F(QtControlsTest, ComboSelectionIsSilentForTheProgramAndReportedForTheUser)
         EXPECT_EQ(host.combo_get_cur_sel(combo), 1);
         host.combo_set_cur_sel(combo, 5);
         EXPECT_EQ(host.combo_get_cur_sel(combo), -1);
-        EXPECT_EQ(s.count(IDC_PROP_DEVICE, CBN_SELCHANGE), 0);
+        EXPECT_EQ(p.commands(IDC_PROP_DEVICE, CBN_SELCHANGE), 0);
 
         static_cast<QComboBox*>(host.widget(combo))->setCurrentIndex(0);  // as the user
-        EXPECT_EQ(s.count(IDC_PROP_DEVICE, CBN_SELCHANGE), 1);
+        EXPECT_EQ(p.commands(IDC_PROP_DEVICE, CBN_SELCHANGE), 1);
         EXPECT_EQ(host.combo_get_cur_sel(combo), 0);
         EXPECT_EQ(host.combo_add_string(host.get_dlg_item(d, IDC_PROP_BROWSE), "x"), -1);
     });
 }
 
 TEST_F(QtControlsTest, ListViewHoldsColumnsAndRowsAndReportsADoubleClick) {
-    run(IDD_SCENE_LIST, [&](WindowHandle d) {
+    run_and_end(IDD_SCENE_LIST, [&](WindowHandle d) {
         WindowHandle list = host.get_dlg_item(d, IDC_LIST_VIEW);
         host.list_insert_column(list, 0, "Name", 120);
         host.list_insert_column(list, 1, "Out", 80);
@@ -197,10 +137,10 @@ TEST_F(QtControlsTest, ListViewHoldsColumnsAndRowsAndReportsADoubleClick) {
         ASSERT_FALSE(row.isEmpty());
         QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, row.center());
         QTest::mouseDClick(tree->viewport(), Qt::LeftButton, {}, row.center());
-        ASSERT_EQ(s.notes.size(), 1u);
-        EXPECT_EQ(s.notes[0].code, NM_DBLCLK);
-        EXPECT_EQ(s.notes[0].id, static_cast<std::uintptr_t>(IDC_LIST_VIEW));
-        EXPECT_EQ(s.notes[0].from, list);
+        ASSERT_EQ(p.notes.size(), 1u);
+        EXPECT_EQ(p.notes[0].code, NM_DBLCLK);
+        EXPECT_EQ(p.notes[0].id, static_cast<std::uintptr_t>(IDC_LIST_VIEW));
+        EXPECT_EQ(p.notes[0].from, list);
 
         host.list_delete_all_items(list);
         EXPECT_EQ(host.list_get_item_count(list), 0);
@@ -208,7 +148,7 @@ TEST_F(QtControlsTest, ListViewHoldsColumnsAndRowsAndReportsADoubleClick) {
 }
 
 TEST_F(QtControlsTest, ProgressBarClampsLikeTheClassicBar) {
-    run(IDD_BATCH, [&](WindowHandle d) {
+    run_and_end(IDD_BATCH, [&](WindowHandle d) {
         WindowHandle bar = host.get_dlg_item(d, IDC_BATCH_PROGRESS);
         auto* widget = static_cast<QProgressBar*>(host.widget(bar));
         EXPECT_EQ(widget->maximum(), 100);
@@ -223,7 +163,7 @@ TEST_F(QtControlsTest, ProgressBarClampsLikeTheClassicBar) {
 }
 
 TEST_F(QtControlsTest, DisplayFieldsTakeTheColoursTheirDialogChooses) {
-    run(IDD_MAIN, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         QWidget* field = host.widget(host.get_dlg_item(d, IDC_TIMECODE));
         EXPECT_FALSE(field->isEnabled());
         const QPalette p = field->palette();
@@ -237,7 +177,7 @@ TEST_F(QtControlsTest, DisplayFieldsTakeTheColoursTheirDialogChooses) {
 }
 
 TEST_F(QtControlsTest, TooltipsAndWaitCursor) {
-    run(IDD_MAIN, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         WindowHandle tip = host.create_tooltip(d);
         ASSERT_NE(tip, nullptr);
         WindowHandle record = host.get_dlg_item(d, IDC_RECORD);

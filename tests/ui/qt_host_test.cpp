@@ -27,68 +27,7 @@ using kc::qt::QtDialogHost;
 
 namespace {
 
-// What the test procedures saw; one per test, reached through a global because dialog
-// procedures are plain functions.
-struct Probe {
-    QtDialogHost* host = nullptr;
-    std::vector<std::pair<unsigned, WParam>> messages;  // message, wParam
-    LResult close_result = 1;
-    int timer_ticks = 0;
-    int ticks_while_nested = 0;
-    WindowHandle nested = nullptr;
-    std::vector<unsigned> draw_states;
-    std::atomic<int> graph_events{0};
-    int expected_events = 0;
-    BitmapHandle picture = nullptr;
-    BitmapHandle pressed_picture = nullptr;
-
-    int count(unsigned message, WParam wparam) const {
-        int n = 0;
-        for (const auto& [m, w] : messages) {
-            n += m == message && w == wparam ? 1 : 0;
-        }
-        return n;
-    }
-};
-Probe* probe = nullptr;
-
 constexpr unsigned open_nested = wm::user + 10;
-
-// Records every message; ends on demand. Sizes template 100 from its skin as the main
-// window does, and draws the owner-drawn buttons from the probe's pictures.
-LResult recording_proc(WindowHandle dialog, unsigned message, WParam wparam, LParam lparam) {
-    QtDialogHost& host = *probe->host;
-    probe->messages.emplace_back(message, wparam);
-    switch (message) {
-        case wm::init_dialog:
-            if (BitmapHandle skin = host.load_bitmap(IDB_SKIN, false)) {
-                int w = 0;
-                int h = 0;
-                if (lparam == IDD_MAIN && host.bitmap_size(skin, w, h)) {
-                    host.set_client_size(dialog, w, h);
-                }
-                host.delete_bitmap(skin);
-            }
-            return 1;
-        case wm::close:
-            return probe->close_result;
-        case wm::draw_item: {
-            const auto* item = reinterpret_cast<const DrawItem*>(lparam);
-            probe->draw_states.push_back(item->state);
-            host.draw_bitmap(
-                item->dc, item->rect.left, item->rect.top, item->rect.right, item->rect.bottom,
-                (item->state & ODS_SELECTED) ? probe->pressed_picture : probe->picture);
-            return 1;
-        }
-        case wm::graph_event:
-            if (++probe->graph_events == probe->expected_events) {
-                host.end_dialog(dialog, 7);
-            }
-            return 1;
-        default:
-            return 0;
-    }
-}
 
 // The outer dialog of the nesting test: a fast timer, and on request an inner dialog
 // that stays open until the outer timer has fired three times inside it.
@@ -115,30 +54,6 @@ LResult outer_proc(WindowHandle dialog, unsigned message, WParam wparam, LParam)
             return 0;
     }
 }
-
-class QtHostTest : public ::testing::Test {
-  protected:
-    QtHostTest() {
-        qt_test_app();
-        probe = &p;
-        p.host = &host;
-    }
-    ~QtHostTest() override { probe = nullptr; }
-
-    // Runs `template_id` with `proc`; `drive` runs once the window is on screen.
-    LResult run(int template_id, DialogProc proc, std::function<void(WindowHandle)> drive,
-                LParam param = 0) {
-        host.set_dialog_shown_hook([this, template_id, drive](WindowHandle d, int id) {
-            if (id == template_id && drive) {
-                drive(d);
-            }
-        });
-        return host.dialog_box(template_id, nullptr, proc, param == 0 ? template_id : param);
-    }
-
-    Probe p;
-    QtDialogHost host;
-};
 
 TEST_F(QtHostTest, TemplateFontUnitsPutTheSkinLayoutOnSixHundredBySixSixty) {
     const DialogUnits du = DialogUnits::for_font("MS Sans Serif", 8);
