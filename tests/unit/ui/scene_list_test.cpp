@@ -54,15 +54,13 @@ struct SceneListEditor : ::testing::Test {
 TEST_F(SceneListEditor, RowsAreInListOrderWithTimecodeText) {
     Editor e(rig);
     EXPECT_EQ(e.list().columns, (std::vector<std::string>{"Scene name", "Start", "End"}));
-    EXPECT_TRUE(rig.host.called("list_insert_column(0,Scene name,100)"));
-    EXPECT_TRUE(rig.host.called("list_insert_column(1,Start,80)"));
-    EXPECT_TRUE(rig.host.called("list_insert_column(2,End,80)"));
+    rig.expect_called({"list_insert_column(0,Scene name,100)", "list_insert_column(1,Start,80)",
+                       "list_insert_column(2,End,80)"});
     EXPECT_EQ(e.rows(), (std::vector<std::vector<std::string>>{
                             {"A", "00:01:00:00", "00:01:00:00"},
                             {"B", "00:12:03:10", "00:12:00:00"},
                             {"C", "00:25:00:00", "00:25:00:00"},
                         }));
-    EXPECT_TRUE(rig.host.template_misses.empty());
 }
 
 // Properties and a double click edit the selected scene; its row is refreshed with
@@ -206,5 +204,4 @@ TEST(TaskDialog, EmptyNameKeepsItOpenAndEmptyBoxesReadZero) {
     EXPECT_EQ(job->name, "y");
     EXPECT_EQ(job->in_point.track, 0);
     EXPECT_EQ(job->out_point.track, 0);
-    EXPECT_TRUE(rig.host.template_misses.empty());
 }

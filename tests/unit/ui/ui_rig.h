@@ -66,6 +66,7 @@ struct UiRig {
         app->build_preview();
     }
     ~UiRig() {
+        EXPECT_TRUE(host.template_misses.empty());  // every control a dialog used exists
         owned.reset();
         app = nullptr;
         main_window = nullptr;
@@ -74,6 +75,11 @@ struct UiRig {
     UiRig(const UiRig&) = delete;
     UiRig& operator=(const UiRig&) = delete;
 
+    void expect_called(const Texts& calls) const {
+        for (const std::string& c : calls) {
+            EXPECT_TRUE(host.called(c)) << c;
+        }
+    }
     // Host calls that start with `prefix`, in order.
     Texts host_calls(const std::string& prefix) const {
         Texts out;
