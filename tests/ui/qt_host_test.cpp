@@ -12,6 +12,7 @@
 #include <QWidget>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -242,14 +243,9 @@ TEST_F(QtHostTest, PaneSurfaceShowsTheNewestFramePresentedFromAnyThread) {
         constexpr int height = 4;
         constexpr int stride = width * 4 + 16;
         std::vector<std::uint8_t> frame(stride * height, 0xAB);
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x) {
-                std::uint8_t* px = &frame[static_cast<std::size_t>(y * stride + x * 4)];
-                px[0] = 0;
-                px[1] = 0;
-                px[2] = 255;
-                px[3] = 0;
-            }
+        for (int i = 0; i < width * height; ++i) {
+            std::memcpy(&frame[static_cast<std::size_t>(i / width * stride + i % width * 4)],
+                        "\x00\x00\xFF\x00", 4);
         }
         std::thread streaming([&] { surface->present(frame.data(), width, height, stride); });
         streaming.join();
