@@ -125,7 +125,7 @@ TEST_F(MainWindowTest, DiskBarAndGigabytesFromTheLastReading) {
             app->free_bytes = s.bytes;
         }
         w.timer(2);
-        EXPECT_EQ(rig.host.control(w.window, 1001).progress_pos, s.bar);
+        EXPECT_EQ(w.control(1001).progress_pos, s.bar);
         EXPECT_EQ(w.text(1003), s.text);
     }
     EXPECT_TRUE(rig.messages().empty());
@@ -220,16 +220,16 @@ TEST(MainGraphEvents, LosingTheCaptureSourceTellsTheUserAndCloses) {
             rig.media.graph.queue_device_lost(rig.media.microphone);
             rig.media.graph.queue_event(media::EC_ERRORABORT, 5, 6);
         }
-        rig.host.send(w.window, wm::graph_event);
+        w.send(wm::graph_event);
         EXPECT_EQ(rig.messages(), source ? Texts{"Your camera has been disconnected, or has been "
                                                  "turned off. The program will now exit (9)"}
                                          : Texts{});
         EXPECT_EQ(rig.media.graph.freed_events.size(), 2u);
         EXPECT_TRUE(rig.media.graph.events.empty());
         rig.host.pump();
-        EXPECT_EQ(rig.host.ended(w.window), source);
+        EXPECT_EQ(w.ended(), source);
         if (source) {
-            EXPECT_EQ(rig.host.end_code(w.window), 0);
+            EXPECT_EQ(w.end_code(), 0);
         }
         EXPECT_EQ(rig.media.graph.is_running, !source);
         EXPECT_TRUE(refs.changes().empty());
@@ -240,5 +240,5 @@ TEST_F(MainWindowTest, GraphEventReachesTheWindowThroughItsPreviewPane) {
     rig.media.graph.queue_device_lost(rig.deck);
     rig.host.pump();
     EXPECT_EQ(rig.messages().size(), 1u);
-    EXPECT_TRUE(rig.host.ended(w.window));
+    EXPECT_TRUE(w.ended());
 }

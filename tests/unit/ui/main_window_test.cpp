@@ -51,7 +51,7 @@ TEST(MainStartup, TransportAndTimerOneOnlyForADvVcr) {
         EXPECT_EQ(w.text(1016), "00:00:00:00");
         EXPECT_EQ(w.text(1017), "00:00:00:00");
         EXPECT_TRUE(rig.preview_in(w.pane()));
-        EXPECT_FALSE(rig.host.ended(w.window));
+        EXPECT_FALSE(w.ended());
     }
 }
 
@@ -82,8 +82,8 @@ TEST(MainStartup, APreviewThatCannotRunIsShownAndEndsTheWindowWithMinusOne) {
     UiRig rig;
     rig.media.graph.fail("run", E_FAIL);
     MainWindow w(rig);
-    EXPECT_TRUE(rig.host.ended(w.window));
-    EXPECT_EQ(rig.host.end_code(w.window), -1);
+    EXPECT_TRUE(w.ended());
+    EXPECT_EQ(w.end_code(), -1);
     EXPECT_EQ(rig.messages(), Texts{"Error running media control"});
     // The rest of the start-up still ran.
     EXPECT_TRUE(rig.host.called("set_timer(100,3,1000)"));
@@ -94,14 +94,14 @@ TEST(MainStartup, APreviewThatCannotRunIsShownAndEndsTheWindowWithMinusOne) {
 TEST_F(MainWindowTest, FieldsAreGreyOnBlackAndButtonsHollow) {
     const std::size_t mark = rig.host.calls.size();
     const LResult black = reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::black));
-    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_static), black);
-    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_edit), black);
+    EXPECT_EQ(w.send(wm::ctlcolor_static), black);
+    EXPECT_EQ(w.send(wm::ctlcolor_edit), black);
     EXPECT_EQ(
         rig.calls_since(mark),
         (Texts{"set_bk_color(0,0,0)", "set_text_color(149,145,143)", "set_bk_mode_transparent()",
                "set_bk_color(0,0,0)", "set_text_color(149,145,143)", "set_bk_mode_transparent()"}));
     const std::size_t before_button = rig.host.calls.size();
-    EXPECT_EQ(rig.host.send(w.window, wm::ctlcolor_button),
+    EXPECT_EQ(w.send(wm::ctlcolor_button),
               reinterpret_cast<LResult>(rig.host.stock_brush(StockBrush::null)));
     EXPECT_EQ(rig.host.calls.size(), before_button);
 }
@@ -370,16 +370,16 @@ TEST(MainDialogs, QuitAndTheCloseBoxStopTheGraphAndEndWithZero) {
         MainWindow w(rig);
         if (close_box) {
             rig.media.graph.fail("stop", E_FAIL);
-            rig.host.send(w.window, wm::close);
+            w.send(wm::close);
             EXPECT_EQ(rig.messages(), Texts{"Error stopping media control"});
         } else {
             w.command(117);
-            EXPECT_FALSE(rig.host.ended(w.window));
+            EXPECT_FALSE(w.ended());
             rig.host.pump();
             EXPECT_FALSE(rig.media.graph.is_running);
         }
-        EXPECT_TRUE(rig.host.ended(w.window));
-        EXPECT_EQ(rig.host.end_code(w.window), 0);
+        EXPECT_TRUE(w.ended());
+        EXPECT_EQ(w.end_code(), 0);
     }
 }
 
@@ -391,5 +391,5 @@ TEST_F(MainWindowTest, UnknownIdsEnterAndEscDoNothing) {
     }
     EXPECT_EQ(rig.host.calls.size(), host_mark);
     EXPECT_TRUE(rig.media_since(media_mark, "").empty());
-    EXPECT_FALSE(rig.host.ended(w.window));
+    EXPECT_FALSE(w.ended());
 }

@@ -17,36 +17,27 @@ const Texts batch_complete = {"Batch complete! (7)"};
 const Texts no_device = {"Failed to get device interface (39)"};
 
 template <class Dialog>
-struct Progress {
+struct Progress : Opened<Dialog> {
     Progress(UiRig& rig_, MainWindow& main_, int template_id_)
-        : rig(rig_), main(main_), template_id(template_id_) {
-        window = open_dialog(rig.host, dialog, template_id, main.window);
-    }
-    UiRig& rig;
+        : Opened<Dialog>(rig_, template_id_, main_.window), main(main_) {}
     MainWindow& main;
-    int template_id;
-    Dialog dialog;
-    WindowHandle window = nullptr;
 
-    void tick() { rig.host.send(window, wm::timer, 1); }
+    void tick() { this->timer(1); }
     void tick_at(std::uint32_t track) {
-        rig.deck.track = track;
+        this->rig.deck.track = track;
         tick();
     }
-    bool ended() const { return rig.host.ended(window); }
-    LResult end_code() const { return rig.host.end_code(window); }
-    int bar() { return rig.host.control(window, 601).progress_pos; }
-    std::string text(int id) { return rig.host.text(window, id); }
-    WindowHandle pane() { return rig.host.get_dlg_item(window, IDC_PREVIEW); }
+    int bar() { return this->control(601).progress_pos; }
     // Ended cleanly: these messages shown, the timer stopped, out of the batch, and the
     // preview back in the main window.
     void expect_clean_end(const Texts& messages) {
-        EXPECT_EQ(rig.messages(), messages);
-        EXPECT_TRUE(ended());
-        EXPECT_TRUE(rig.host.called("kill_timer(" + std::to_string(template_id) + ",1)"));
+        EXPECT_EQ(this->rig.messages(), messages);
+        EXPECT_TRUE(this->ended());
+        EXPECT_TRUE(
+            this->rig.host.called("kill_timer(" + std::to_string(this->template_id) + ",1)"));
         EXPECT_FALSE(app->inbatch);
         EXPECT_TRUE(app->win->attached());
-        EXPECT_EQ(rig.media.graph.owner, main.pane());
+        EXPECT_EQ(this->rig.media.graph.owner, main.pane());
     }
 };
 using Batch = Progress<CapBatchDialog>;
@@ -99,7 +90,7 @@ TEST(BatchDialog, AbortOrEscEndsOnTheNextTickAndTheCloseBoxDoesNothing) {
         MainWindow main(rig);
         rig.add_scenes({{"A", 100}, {"B", 500}, {"C", 900}});
         Batch b(rig, main, IDD_BATCH);
-        rig.host.send(b.window, wm::close);
+        b.send(wm::close);
         if (!readable) {
             rig.deck.fail("get_timecode.timecode", E_FAIL);
         }
@@ -107,7 +98,7 @@ TEST(BatchDialog, AbortOrEscEndsOnTheNextTickAndTheCloseBoxDoesNothing) {
         b.tick();
         EXPECT_FALSE(b.ended());
         EXPECT_TRUE(app->inbatch);
-        rig.host.command(b.window, IDCANCEL);
+        b.command(IDCANCEL);
         EXPECT_TRUE(b.dialog.aborted);
         EXPECT_FALSE(b.ended());
         b.tick();
@@ -180,7 +171,7 @@ TEST_F(MainWindowTest, BatchProgressBarTruncatesAndToleratesOddFractions) {
         b.dialog.progress(fraction);
         EXPECT_EQ(b.bar(), bar) << fraction;
     }
-    rig.host.command(b.window, IDCANCEL);
+    b.command(IDCANCEL);
     b.tick();
 }
 
@@ -224,9 +215,9 @@ TEST_F(MainWindowTest, SceneDetectShowsTheFileBeingWrittenAndEachStepsTimecode) 
     EXPECT_EQ(second.substr(second.size() - 6), " 2.avi");
     EXPECT_EQ(second.substr(0, second.size() - 6), first.substr(0, first.size() - 6));
 
-    rig.host.send(s.window, wm::close);  // the close box does nothing
+    s.send(wm::close);  // the close box does nothing
     EXPECT_FALSE(s.ended());
-    rig.host.command(s.window, IDCANCEL);
+    s.command(IDCANCEL);
     EXPECT_FALSE(s.ended());
     s.tick();
     s.expect_clean_end(batch_complete);
@@ -256,13 +247,12 @@ TEST(SeekDialog, OkWindsToTheTypedTrackAndAnEmptyBoxMeansZero) {
     for (auto [typed, track] : {std::pair{"1500", 1500L}, std::pair{"", 0L}}) {
         UiRig rig;
         MainWindow main(rig);
-        CapSeekDialog seek;
-        WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, main.window);
-        rig.host.control(dlg, 114).text = typed;
-        rig.host.command(dlg, IDOK);
+        Opened<CapSeekDialog> seek(rig, IDD_SEEK, main.window);
+        seek.control(114).text = typed;
+        seek.command(IDOK);
         EXPECT_EQ(rig.deck.raw_commands.back().bytes, seek_bytes(track));
-        EXPECT_TRUE(rig.host.ended(dlg));
-        EXPECT_EQ(rig.host.end_code(dlg), 1);
+        EXPECT_TRUE(seek.ended());
+        EXPECT_EQ(seek.end_code(), 1);
         EXPECT_TRUE(rig.host.called("set_wait_cursor()"));
         EXPECT_EQ(rig.host.cursor, 0);
     }
@@ -270,20 +260,19 @@ TEST(SeekDialog, OkWindsToTheTypedTrackAndAnEmptyBoxMeansZero) {
 
 TEST_F(MainWindowTest, SeekFailingIsShownWithTheNormalCursorAndTheDialogStays) {
     rig.system.texts[E_FAIL] = "Unspecified error\r\n";
-    CapSeekDialog seek;
-    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
+    Opened<CapSeekDialog> seek(rig, IDD_SEEK, w.window);
     rig.deck.fail("get_transport_basic_parameters", E_FAIL);
-    rig.host.control(dlg, 114).text = "77";
+    seek.control(114).text = "77";
     std::string system_text;
     rig.host.script(101, [&](FakeDialogHost& host, WindowHandle error) {
         EXPECT_EQ(host.cursor, 0);  // the cursor is back before the error shows
         system_text = host.text(error, 1006);
         host.command(error, IDOK);
     });
-    rig.host.command(dlg, IDOK);
+    seek.command(IDOK);
     EXPECT_EQ(rig.messages(), Texts{"DV Seek failed"});
     EXPECT_EQ(system_text, "Unspecified error (-2147467259)");
-    EXPECT_FALSE(rig.host.ended(dlg));
+    EXPECT_FALSE(seek.ended());
     EXPECT_EQ(rig.host.cursor, 0);
 }
 
@@ -291,17 +280,15 @@ TEST_F(MainWindowTest, SeekFailingIsShownWithTheNormalCursorAndTheDialogStays) {
 // with a message and the dialog stays. Neither reaches the deck.
 TEST_F(MainWindowTest, SeekCancelledOrWithoutADeviceNeverSeeks) {
     for (bool by_close : {false, true}) {
-        CapSeekDialog seek;
-        WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
-        by_close ? rig.host.send(dlg, wm::close) : rig.host.command(dlg, IDCANCEL);
-        EXPECT_TRUE(rig.host.ended(dlg));
-        EXPECT_EQ(rig.host.end_code(dlg), 0);
+        Opened<CapSeekDialog> seek(rig, IDD_SEEK, w.window);
+        by_close ? seek.send(wm::close) : seek.command(IDCANCEL);
+        EXPECT_TRUE(seek.ended());
+        EXPECT_EQ(seek.end_code(), 0);
     }
     app->dv->detach();
-    CapSeekDialog seek;
-    WindowHandle dlg = open_dialog(rig.host, seek, IDD_SEEK, w.window);
-    rig.host.command(dlg, IDOK);
+    Opened<CapSeekDialog> seek(rig, IDD_SEEK, w.window);
+    seek.command(IDOK);
     EXPECT_EQ(rig.messages(), no_device);
-    EXPECT_FALSE(rig.host.ended(dlg));
+    EXPECT_FALSE(seek.ended());
     EXPECT_TRUE(rig.deck.raw_commands.empty());
 }

@@ -12,28 +12,20 @@ const std::vector<int> dv_only = {205, 206, 207, 210, 1020};
 const std::vector<int> wdm_only = {208, 203, 204, 211};
 const std::vector<int> always = {115, 201, 202, 1002, 209, 1};
 
-struct Props {
-    explicit Props(UiRig& rig_, MainWindow& main) : rig(rig_) {
-        window = open_dialog(rig.host, dialog, IDD_PROPERTIES, main.window);
-    }
-    UiRig& rig;
-    CapPropsDialog dialog;
-    WindowHandle window = nullptr;
-
-    FakeDialogHost::Window& control(int id) { return rig.host.control(window, id); }
+struct Props : Opened<CapPropsDialog> {
+    Props(UiRig& rig_, MainWindow& main) : Opened(rig_, IDD_PROPERTIES, main.window) {}
     void type(int id, const std::string& text) {
         control(id).text = text;
-        rig.host.command(window, id, EN_CHANGE);
+        command(id, EN_CHANGE);
     }
     void select(int id, int index) {
         control(id).combo_sel = index;
-        rig.host.command(window, id, CBN_SELCHANGE);
+        command(id, CBN_SELCHANGE);
     }
     void ok() {
-        rig.host.command(window, IDOK);
+        command(IDOK);
         rig.host.pump();
     }
-    bool ended() const { return rig.host.ended(window); }
     // The controls of the DV and WDM kinds enabled as for that source; the rest always.
     void expect_enabled_for(bool dv) {
         for (auto [ids, on] :
@@ -99,7 +91,7 @@ TEST_F(MainWindowTest, PropsEnumerationFailureIsShownAndEndsTheDialog) {
     Props p(rig, w);
     EXPECT_EQ(rig.messages().size(), 1u);
     EXPECT_TRUE(p.ended());
-    EXPECT_EQ(rig.host.end_code(p.window), 0);
+    EXPECT_EQ(p.end_code(), 0);
 }
 
 // Opening applies the preroll to every scene, and every change re-derives the capture
@@ -133,7 +125,7 @@ TEST_F(MainWindowTest, PropsOkStoresEverythingAndEnds) {
     p.control(209).text = "holiday";
     p.ok();
     EXPECT_TRUE(p.ended());
-    EXPECT_EQ(rig.host.end_code(p.window), 1);
+    EXPECT_EQ(p.end_code(), 1);
     EXPECT_TRUE(app->scene_detection);
     EXPECT_EQ(app->video_codec, 3);
     EXPECT_EQ(app->audio_codec, 2);
@@ -148,14 +140,14 @@ TEST_F(MainWindowTest, PropsOkStoresEverythingAndEnds) {
 TEST_F(MainWindowTest, PropsEmptySceneNameIsRefusedAfterTheOtherValuesAreStored) {
     Props p(rig, w);
     rig.host.folder_choice = "/media/chosen";
-    rig.host.command(p.window, 202);
+    p.command(202);
     EXPECT_EQ(app->output_directory, "/media/chosen");  // at once
     EXPECT_EQ(p.control(201).text, "/media/chosen");
     EXPECT_TRUE(rig.host.called("browse_for_folder(Select an output directory)"));
     p.control(203).combo_sel = 1;
     p.control(1002).text = "20";
     p.control(209).text = "";
-    rig.host.send(p.window, wm::close);  // the close box takes the same path
+    p.send(wm::close);  // the close box takes the same path
     EXPECT_EQ(rig.messages(), Texts{"You need to specify a scene name (6)"});
     EXPECT_FALSE(p.ended());
     EXPECT_EQ(app->video_codec, 1);
@@ -167,11 +159,11 @@ TEST_F(MainWindowTest, PropsEmptySceneNameIsRefusedAfterTheOtherValuesAreStored)
 TEST_F(MainWindowTest, PropsEmptyOutputDirectoryIsRefusedAndEscDoesNothing) {
     Props p(rig, w);
     const std::string before = app->output_directory;
-    rig.host.command(p.window, IDCANCEL);
+    p.command(IDCANCEL);
     rig.host.pump();
     EXPECT_FALSE(p.ended());
     rig.host.folder_choice.reset();
-    rig.host.command(p.window, 202);  // cancelled browser: nothing changes
+    p.command(202);  // cancelled browser: nothing changes
     EXPECT_EQ(app->output_directory, before);
     p.control(201).text = "";
     p.control(209).text = "";
@@ -221,7 +213,7 @@ TEST_F(MainWindowTest, PropsDecoderPagesStopAndRestartARunningPreview) {
     Props p(rig, w);
     ASSERT_TRUE(app->win->running());
     const std::size_t mark = rig.media.ledger.calls.size();
-    rig.host.command(p.window, 207);
+    p.command(207);
     ASSERT_EQ(rig.media.frames.size(), 1u);
     EXPECT_EQ(rig.media.frames[0].caption, "DV Capture");
     EXPECT_EQ(rig.media.frames[0].owner, p.window);
@@ -229,7 +221,7 @@ TEST_F(MainWindowTest, PropsDecoderPagesStopAndRestartARunningPreview) {
               (Texts{"graph.find_filter_by_name(DV Video Decoder)", "graph.stop", "graph.run"}));
     EXPECT_TRUE(app->win->running());
 
-    rig.host.command(p.window, 211);
+    p.command(211);
     ASSERT_EQ(rig.media.frames.size(), 2u);
     EXPECT_EQ(rig.media.frames[1].caption, "WDM Capture");
     EXPECT_TRUE(rig.messages().empty());
@@ -239,7 +231,7 @@ TEST(PropsPages, AMissingDecoderIsShownAndTheDialogStays) {
     UiRig rig(1);  // a webcam preview has no DV decoder
     MainWindow main(rig);
     Props p(rig, main);
-    rig.host.command(p.window, 207);
+    p.command(207);
     EXPECT_EQ(rig.messages(), Texts{"Failed to find filter"});
     EXPECT_TRUE(rig.media.frames.empty());
     EXPECT_FALSE(p.ended());

@@ -9,14 +9,8 @@
 
 namespace {
 
-struct Editor {
-    explicit Editor(UiRig& rig_) : rig(rig_) {
-        window = open_dialog(rig.host, dialog, IDD_SCENE_LIST);
-    }
-    UiRig& rig;
-    CapEditDialog dialog;
-    WindowHandle window = nullptr;
-
+struct Editor : Opened<CapEditDialog> {
+    explicit Editor(UiRig& rig_) : Opened(rig_, IDD_SCENE_LIST, nullptr) {}
     FakeDialogHost::Window& list() { return rig.host.control(window, 401); }
     std::vector<std::vector<std::string>> rows() { return list().rows; }
     void select(std::initializer_list<int> rows_) { list().selected_rows = std::set<int>(rows_); }
@@ -73,7 +67,7 @@ TEST_F(SceneListEditor, EditingTheSelectedSceneRefreshesItsRowWithTracksUnsigned
         EXPECT_EQ(host.text(dlg, 503), "B");
         task_ok("B2", "100", "400")(host, dlg);
     });
-    rig.host.command(e.window, 109);
+    e.command(109);
     EXPECT_EQ(app->job_at(1)->name, "B2");
     EXPECT_EQ(app->job_at(1)->capture_start.track, 75);
     EXPECT_EQ(e.rows()[1], (Texts{"B2", "75", "400"}));
@@ -97,7 +91,7 @@ TEST_F(SceneListEditor, CancelledEditLeavesTheRow) {
         host.control(dlg, 503).text = "changed";
         host.command(dlg, IDCANCEL);
     });
-    rig.host.command(e.window, 109);
+    e.command(109);
     EXPECT_EQ(e.rows(), before);
     EXPECT_EQ(app->job_at(2)->name, "C");
 }
@@ -105,7 +99,7 @@ TEST_F(SceneListEditor, CancelledEditLeavesTheRow) {
 TEST_F(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
     Editor e(rig);
     e.select({1});
-    rig.host.command(e.window, 402);
+    e.command(402);
     ASSERT_EQ(app->jobs->size(), 2u);
     EXPECT_EQ(app->job_at(0)->name, "A");
     EXPECT_EQ(app->job_at(1)->name, "C");
@@ -115,7 +109,7 @@ TEST_F(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
                         }));
     // With two rows selected, the first counts.
     e.select({0, 1});
-    rig.host.command(e.window, 402);
+    e.command(402);
     ASSERT_EQ(app->jobs->size(), 1u);
     EXPECT_EQ(app->job_at(0)->name, "C");
     EXPECT_EQ(e.rows().size(), 1u);
@@ -123,8 +117,8 @@ TEST_F(SceneListEditor, DeleteRemovesTheFirstSelectedSceneAndRefills) {
 
 TEST_F(SceneListEditor, NothingSelectedAsksForAnEntry) {
     Editor e(rig);
-    rig.host.command(e.window, 109);
-    rig.host.command(e.window, 402);
+    e.command(109);
+    e.command(402);
     e.double_click();
     const std::string ask = "You need to select an entry (4)";
     EXPECT_EQ(rig.messages(), (Texts{ask, ask, ask}));
@@ -134,21 +128,21 @@ TEST_F(SceneListEditor, NothingSelectedAsksForAnEntry) {
 
 TEST_F(SceneListEditor, OnlyOkCloses) {
     Editor e(rig);
-    rig.host.command(e.window, IDCANCEL);
-    rig.host.send(e.window, wm::close);
+    e.command(IDCANCEL);
+    e.send(wm::close);
     NotifyHeader end_edit{nullptr, 401, -106};  // end of an in-place label edit
     rig.host.send(e.window, wm::notify, 401, reinterpret_cast<LParam>(&end_edit));
-    EXPECT_FALSE(rig.host.ended(e.window));
-    rig.host.command(e.window, IDOK);
-    EXPECT_TRUE(rig.host.ended(e.window));
-    EXPECT_EQ(rig.host.end_code(e.window), 1);
+    EXPECT_FALSE(e.ended());
+    e.command(IDOK);
+    EXPECT_TRUE(e.ended());
+    EXPECT_EQ(e.end_code(), 1);
 }
 
 TEST(SceneListEditorEmpty, RecordWithAnEmptyListStartsNothing) {
     UiRig rig;
     Editor e(rig);
     const std::size_t mark = rig.media.ledger.calls.size();
-    rig.host.command(e.window, 108);
+    e.command(108);
     EXPECT_EQ(rig.messages(), Texts{"Specify a start point first (2)"});
     EXPECT_EQ(rig.host.count("dialog_box(600"), 0u);
     EXPECT_TRUE(rig.media_since(mark, "").empty());
@@ -186,21 +180,20 @@ TEST(TaskDialog, EmptyNameKeepsItOpenAndEmptyBoxesReadZero) {
     UiRig rig;
     rig.add_scenes({{"x", 500}});
     CapJob* job = app->job_at(0);
-    CapTaskDialog task(job);
-    WindowHandle dlg = open_dialog(rig.host, task, IDD_TASK);
-    rig.host.control(dlg, 503).text = "";
-    rig.host.command(dlg, IDOK);
-    EXPECT_FALSE(rig.host.ended(dlg));
+    Opened<CapTaskDialog> task(rig, IDD_TASK, nullptr, job);
+    task.control(503).text = "";
+    task.command(IDOK);
+    EXPECT_FALSE(task.ended());
     EXPECT_TRUE(rig.messages().empty());
     EXPECT_EQ(job->name, "x");
-    rig.host.send(dlg, wm::close);  // the close box does nothing
-    EXPECT_FALSE(rig.host.ended(dlg));
-    rig.host.control(dlg, 503).text = "y";
-    rig.host.control(dlg, 501).text = "";
-    rig.host.control(dlg, 502).text = "";
-    rig.host.command(dlg, IDOK);
-    EXPECT_TRUE(rig.host.ended(dlg));
-    EXPECT_EQ(rig.host.end_code(dlg), 1);
+    task.send(wm::close);  // the close box does nothing
+    EXPECT_FALSE(task.ended());
+    task.control(503).text = "y";
+    task.control(501).text = "";
+    task.control(502).text = "";
+    task.command(IDOK);
+    EXPECT_TRUE(task.ended());
+    EXPECT_EQ(task.end_code(), 1);
     EXPECT_EQ(job->name, "y");
     EXPECT_EQ(job->in_point.track, 0);
     EXPECT_EQ(job->out_point.track, 0);

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/capapp.h"
@@ -133,20 +134,33 @@ struct UiRig {
     }
 };
 
-// The main window opened on the rig, as the entry function runs it.
-struct MainWindow {
-    explicit MainWindow(UiRig& rig_) : rig(rig_) {
-        window = open_dialog(rig.host, dialog, IDD_MAIN);
+// A dialog of type `D` opened on the rig as do_modal would, over `parent`.
+template <class D>
+struct Opened {
+    template <class... Args>
+    Opened(UiRig& rig_, int template_id_, WindowHandle parent, Args&&... args)
+        : rig(rig_), template_id(template_id_), dialog(std::forward<Args>(args)...) {
+        window = open_dialog(rig.host, dialog, template_id, parent);
     }
     UiRig& rig;
-    CapMainDialog dialog;
+    int template_id;
+    D dialog;
     WindowHandle window = nullptr;
 
-    void command(int id) { rig.host.command(window, id); }
+    LResult command(int id, unsigned code = 0) { return rig.host.command(window, id, code); }
+    LResult send(unsigned message) { return rig.host.send(window, message); }
     void timer(unsigned id) { rig.host.send(window, wm::timer, id); }
+    FakeDialogHost::Window& control(int id) { return rig.host.control(window, id); }
     std::string text(int id) { return rig.host.text(window, id); }
     bool enabled(int id) { return rig.host.enabled(window, id); }
+    bool ended() const { return rig.host.ended(window); }
+    LResult end_code() const { return rig.host.end_code(window); }
     WindowHandle pane() { return rig.host.get_dlg_item(window, IDC_PREVIEW); }
+};
+
+// The main window opened on the rig, as the entry function runs it.
+struct MainWindow : Opened<CapMainDialog> {
+    explicit MainWindow(UiRig& rig_) : Opened(rig_, IDD_MAIN, nullptr) {}
     // How many of `ids` are enabled.
     int enabled_count(const std::vector<int>& ids) {
         int n = 0;
