@@ -74,7 +74,7 @@ TEST_F(QtHostTest, MainWindowControlsSitWhereTemplate100PutsThem) {
     ASSERT_NE(t, nullptr);
     const DialogUnits du = DialogUnits::for_font(t->font, t->font_points);
     int checked = 0;
-    run(IDD_MAIN, &recording_proc, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         QWidget* window = host.widget(d);
         ASSERT_NE(window, nullptr);
         EXPECT_EQ(window->size(), QSize(660, 600));
@@ -98,7 +98,6 @@ TEST_F(QtHostTest, MainWindowControlsSitWhereTemplate100PutsThem) {
         QWidget* play = host.widget(host.get_dlg_item(d, IDC_PLAY));
         EXPECT_EQ(window->childAt(play->geometry().center()), play);
         EXPECT_EQ(host.get_dlg_item(d, 9999), nullptr);
-        host.end_dialog(d, 0);
     });
     EXPECT_EQ(checked, 24);
     // The font arrives before the dialog is initialised, then WM_INITDIALOG.
@@ -108,37 +107,29 @@ TEST_F(QtHostTest, MainWindowControlsSitWhereTemplate100PutsThem) {
 }
 
 TEST_F(QtHostTest, EnterEscAndTheCloseBoxBecomeCommandsAsTheDialogManagerSendsThem) {
-    const WParam ok = make_wparam(IDOK, 0);
-    const WParam cancel = make_wparam(IDCANCEL, 0);
     run(IDD_TASK, &recording_proc, [&](WindowHandle d) {
         QWidget* window = host.widget(d);
         QTest::keyClick(window, Qt::Key_Return);
-        EXPECT_EQ(p.count(wm::command, ok), 1);
+        EXPECT_EQ(p.commands(IDOK), 1);
         QTest::keyClick(window, Qt::Key_Escape);
-        EXPECT_EQ(p.count(wm::command, cancel), 1);
+        EXPECT_EQ(p.commands(IDCANCEL), 1);
         // A procedure that handles WM_CLOSE: nothing more happens, the window stays.
         p.close_result = 1;
         window->close();
         EXPECT_EQ(p.count(wm::close, 0), 1);
-        EXPECT_EQ(p.count(wm::command, cancel), 1);
+        EXPECT_EQ(p.commands(IDCANCEL), 1);
         EXPECT_TRUE(window->isVisible());
         // One that leaves it to the dialog manager gets IDCANCEL.
         p.close_result = 0;
         window->close();
         EXPECT_EQ(p.count(wm::close, 0), 2);
-        EXPECT_EQ(p.count(wm::command, cancel), 2);
+        EXPECT_EQ(p.commands(IDCANCEL), 2);
         // Enter in a text field still reaches the default button (IDOK).
         QWidget* name = host.widget(host.get_dlg_item(d, IDC_TASK_NAME));
         QTest::keyClick(name, Qt::Key_Return);
-        EXPECT_EQ(p.count(wm::command, ok), 2);
+        EXPECT_EQ(p.commands(IDOK), 2);
         host.end_dialog(d, 42);
     });
-}
-
-TEST_F(QtHostTest, EndDialogCodeIsReturnedAndAnUnknownTemplateGivesMinusOne) {
-    EXPECT_EQ(run(IDD_SEEK, &recording_proc, [&](WindowHandle d) { host.end_dialog(d, 42); }), 42);
-    EXPECT_EQ(host.dialog_box(12345, nullptr, &recording_proc, 0), -1);
-    EXPECT_EQ(host.top_dialog(), nullptr);
 }
 
 TEST_F(QtHostTest, OuterTimersKeepFiringWhileANestedModalDialogRuns) {
@@ -163,7 +154,7 @@ TEST_F(QtHostTest, OwnerDrawnButtonShowsThePressedPictureOnlyWhileHeldDown) {
     p.pressed_picture = host.load_bitmap(138, false);
     ASSERT_NE(p.picture, nullptr);
     int clicks = 0;
-    run(IDD_MAIN, &recording_proc, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         auto* play = static_cast<QAbstractButton*>(host.widget(host.get_dlg_item(d, IDC_PLAY)));
         const QImage normal = play->grab().toImage();
         ASSERT_FALSE(p.draw_states.empty());
@@ -181,13 +172,12 @@ TEST_F(QtHostTest, OwnerDrawnButtonShowsThePressedPictureOnlyWhileHeldDown) {
         QTest::mouseRelease(play, Qt::LeftButton);
         play->grab();
         EXPECT_EQ(p.draw_states.back() & ODS_SELECTED, 0u);
-        clicks = p.count(wm::command, make_wparam(IDC_PLAY, 0));
+        clicks = p.commands(IDC_PLAY);
 
         // Disabled, it still shows its normal picture and clicks give nothing.
         host.enable_window(host.get_dlg_item(d, IDC_PLAY), false);
         QTest::mouseClick(play, Qt::LeftButton);
-        EXPECT_EQ(p.count(wm::command, make_wparam(IDC_PLAY, 0)), clicks);
-        host.end_dialog(d, 0);
+        EXPECT_EQ(p.commands(IDC_PLAY), clicks);
     });
     EXPECT_EQ(clicks, 1);
     host.delete_bitmap(p.picture);
@@ -214,12 +204,18 @@ TEST_F(QtHostTest, MessagesPostedFromOtherThreadsArriveOnTheUiThreadInOrder) {
     EXPECT_EQ(p.graph_events.load(), 2 * per_thread);
 }
 
-TEST_F(QtHostTest, MessagesForAWindowThatHasEndedAreDropped) {
+// The code given to end_dialog is returned, an unknown template gives -1, and messages
+// for a window that has ended are dropped.
+TEST_F(QtHostTest, EndDialogCodeIsReturnedAndAnEndedWindowTakesNothing) {
     WindowHandle gone = nullptr;
-    run(IDD_SEEK, &recording_proc, [&](WindowHandle d) {
-        gone = d;
-        host.end_dialog(d, 0);
-    });
+    EXPECT_EQ(run(IDD_SEEK, &recording_proc,
+                  [&](WindowHandle d) {
+                      gone = d;
+                      host.end_dialog(d, 42);
+                  }),
+              42);
+    EXPECT_EQ(host.dialog_box(12345, nullptr, &recording_proc, 0), -1);
+    EXPECT_EQ(host.top_dialog(), nullptr);
     const auto before = p.messages.size();
     EXPECT_TRUE(host.post_message(gone, wm::graph_event, 0, 0));
     QCoreApplication::processEvents();
@@ -229,7 +225,7 @@ TEST_F(QtHostTest, MessagesForAWindowThatHasEndedAreDropped) {
 }
 
 TEST_F(QtHostTest, PaneSurfaceShowsTheNewestFramePresentedFromAnyThread) {
-    run(IDD_MAIN, &recording_proc, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         EXPECT_EQ(host.surface_for(host.get_dlg_item(d, IDC_PLAY)), nullptr);
         WindowHandle pane = host.get_dlg_item(d, IDC_PREVIEW);
         VideoSurface* surface = host.surface_for(pane);
@@ -259,12 +255,11 @@ TEST_F(QtHostTest, PaneSurfaceShowsTheNewestFramePresentedFromAnyThread) {
         surface->clear();
         QCoreApplication::processEvents();
         EXPECT_EQ(w->grab().toImage().pixelColor(10, 10), QColor(Qt::black));
-        host.end_dialog(d, 0);
     });
 }
 
 TEST_F(QtHostTest, DrawingOutsideThePaintCycleStaysUntilItsAreaIsInvalidated) {
-    run(IDD_MAIN, &recording_proc, [&](WindowHandle d) {
+    run_and_end(IDD_MAIN, [&](WindowHandle d) {
         QWidget* window = host.widget(d);
         const QPoint at(skin::indicator_x + skin::indicator_width / 2,
                         skin::indicator_y + skin::indicator_height / 2);
@@ -280,7 +275,6 @@ TEST_F(QtHostTest, DrawingOutsideThePaintCycleStaysUntilItsAreaIsInvalidated) {
         host.invalidate_rect(d, &area, false);
         EXPECT_EQ(window->grab().toImage().pixelColor(at), before);
         host.delete_bitmap(indicator);
-        host.end_dialog(d, 0);
     });
 }
 
