@@ -24,27 +24,16 @@ using kc::qt::PropertyPage;
 namespace {
 
 std::vector<PropertyPage> decoder_pages() {
-    PropertyPage video{"Video", {}};
-    video.items.push_back(
-        {"clamp-luma", "Clamp luma", "", PropertyItem::Kind::boolean, true, 0, 0, {}, "false"});
-    video.items.push_back(
-        {"drop-factor", "Drop factor", "", PropertyItem::Kind::integer, true, 1, 8, {}, "1"});
-    video.items.push_back({"quality",
-                           "Quality",
-                           "",
-                           PropertyItem::Kind::choice,
-                           true,
-                           0,
-                           0,
-                           {"fastest", "monochrome", "colour"},
-                           "colour"});
-    video.items.push_back(
-        {"gamma", "Gamma", "", PropertyItem::Kind::real, true, 0.1, 4.0, {}, "1.5"});
-    PropertyPage about{"About", {}};
-    about.items.push_back(
-        {"name", "Name", "", PropertyItem::Kind::text, false, 0, 0, {}, "dvdec0"});
-    about.items.push_back({"label", "Label", "", PropertyItem::Kind::text, true, 0, 0, {}, ""});
-    return {video, about};
+    using K = PropertyItem::Kind;
+    const std::vector<std::string> qualities = {"fastest", "monochrome", "colour"};
+    return {{"Video",
+             {{"clamp-luma", "Clamp luma", "", K::boolean, true, 0, 0, {}, "false"},
+              {"drop-factor", "Drop factor", "", K::integer, true, 1, 8, {}, "1"},
+              {"quality", "Quality", "", K::choice, true, 0, 0, qualities, "colour"},
+              {"gamma", "Gamma", "", K::real, true, 0.1, 4.0, {}, "1.5"}}},
+            {"About",
+             {{"name", "Name", "", K::text, false, 0, 0, {}, "dvdec0"},
+              {"label", "Label", "", K::text, true, 0, 0, {}, ""}}}};
 }
 
 // Runs `act` on the dialog once it is open.
