@@ -158,14 +158,6 @@ TEST(MainTransport, CommandsDriveTheTapeByStateAndSourceKind) {
     }
 }
 
-TEST_F(MainWindowTest, AFailingModeIsShownAndTheStateStays) {
-    w.dialog.state = 2;
-    rig.deck.fail("put_mode", E_FAIL);
-    w.command(115);
-    EXPECT_EQ(w.dialog.state, 2);
-    EXPECT_EQ(rig.messages(), Texts{"Unable to set DV mode"});
-}
-
 TEST_F(MainWindowTest, CommandsNeverReachADeviceThatIsNotAttached) {
     rig.add_scenes({{"a", 500}});
     // What a device change that failed part-way leaves: the flags still say DV VCR.
@@ -196,29 +188,34 @@ TEST_F(MainWindowTest, RecordTogglesBetweenRecordingAndPreviewInStateThree) {
     EXPECT_TRUE(rig.preview_in(w.pane()));
 }
 
-TEST_F(MainWindowTest, MissingOutputDirectoryShowsTwelveAndChangesNothing) {
+TEST_F(MainWindowTest, FailuresAreShownAndLeaveTheWindowUsable) {
+    // A missing output directory: message 12, and nothing changes.
     app->output_directory = "/nowhere";
     w.dialog.state = 2;
     const std::size_t mark = rig.media.ledger.calls.size();
     w.command(108);
     EXPECT_EQ(rig.messages(), Texts{"The selected output directory is invalid (12)"});
     EXPECT_EQ(w.dialog.state, 2);
-    EXPECT_FALSE(app->recording);
     EXPECT_TRUE(rig.media_since(mark, "graph.").empty());
-}
-
-TEST_F(MainWindowTest, AFailedRecordLeavesThePreviewRunningInThePane) {
+    // An output file that cannot be set: the preview is back running in the pane, and the
+    // window goes on working.
+    app->output_directory = rig.system.videos;
+    w.dialog.state = 0;
     rig.media.builder.fail("set_output_file_name", E_ACCESSDENIED);
     w.command(108);
-    EXPECT_EQ(rig.messages(), Texts{"Unable to set output filename"});
+    EXPECT_EQ(rig.messages().back(), "Unable to set output filename");
     EXPECT_EQ(w.dialog.state, 0);
     EXPECT_FALSE(app->recording);
     EXPECT_TRUE(rig.preview_in(w.pane()));
-    // And the window goes on working.
     w.command(103);
     w.command(102);
     EXPECT_EQ(w.dialog.state, 2);
-    EXPECT_EQ(rig.messages().size(), 1u);
+    // A transport mode the deck refuses: shown, and the state stays.
+    rig.deck.fail("put_mode", E_FAIL);
+    w.command(115);
+    EXPECT_EQ(w.dialog.state, 2);
+    EXPECT_EQ(rig.messages(), (Texts{"The selected output directory is invalid (12)",
+                                     "Unable to set output filename", "Unable to set DV mode"}));
 }
 
 TEST(MainRecord, SceneDetectionOpensItsDialogForDvAndPlainRecordingOtherwise) {
