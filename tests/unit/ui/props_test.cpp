@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/unit/ui/ui_rig.h"
 #include "ui/capprops.h"
 
@@ -126,12 +128,9 @@ TEST_F(MainWindowTest, PropsOkStoresEverythingAndEnds) {
     p.ok();
     EXPECT_TRUE(p.ended());
     EXPECT_EQ(p.end_code(), 1);
-    EXPECT_TRUE(app->scene_detection);
-    EXPECT_EQ(app->video_codec, 3);
-    EXPECT_EQ(app->audio_codec, 2);
-    EXPECT_EQ(app->audio_device, 1);
-    EXPECT_EQ(app->dv_type2, 1);
-    EXPECT_EQ(app->preroll, -12);
+    EXPECT_EQ(std::tuple(app->scene_detection, app->video_codec, app->audio_codec,
+                         app->audio_device, app->dv_type2, app->preroll),
+              std::tuple(true, 3, 2, 1, 1, -12));
     EXPECT_DOUBLE_EQ(app->disk_warning, 0.15);
     EXPECT_EQ(app->output_directory, "/media/tape");
     EXPECT_EQ(app->scene_name, "holiday");
