@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <utility>
 
 #include "platform/gst/media/gst_media.h"
 #include "platform/gst/source_provider.h"
@@ -124,6 +125,12 @@ std::shared_ptr<Provider>& provider() {
 template <class T>
 struct Ref {
     T* p = nullptr;
+    Ref() = default;
+    Ref(Ref&& other) noexcept : p(std::exchange(other.p, nullptr)) {}
+    Ref& operator=(Ref&& other) noexcept {
+        std::swap(p, other.p);
+        return *this;
+    }
     ~Ref() {
         if (p)
             p->release();
@@ -133,72 +140,57 @@ struct Ref {
     void** out_void() { return reinterpret_cast<void**>(&p); }
 };
 
-std::vector<std::pair<std::string, std::string>> names(media::MediaFactory& factory,
-                                                       media::DeviceCategory category) {
+// Visits the monikers of `category` in list order until `visit` returns true.
+template <class Visit>
+void each_moniker(media::MediaFactory& factory, media::DeviceCategory category, Visit visit) {
     Ref<media::CreateDevEnum> devices;
     EXPECT_EQ(factory.create_instance(media::Clsid::system_device_enum, Iid::create_dev_enum,
                                       devices.out_void()),
               S_OK);
     Ref<media::EnumMoniker> monikers;
-    std::vector<std::pair<std::string, std::string>> list;
     if (devices->create_class_enumerator(category, monikers.out(), 0) != S_OK) {
-        return list;
+        return;
     }
     for (;;) {
         Ref<media::Moniker> moniker;
-        if (monikers->next(moniker.out()) != S_OK)
-            break;
+        if (monikers->next(moniker.out()) != S_OK || visit(*moniker.p))
+            return;
+    }
+}
+
+std::vector<std::pair<std::string, std::string>> names(media::MediaFactory& factory,
+                                                       media::DeviceCategory category) {
+    std::vector<std::pair<std::string, std::string>> list;
+    each_moniker(factory, category, [&](media::Moniker& moniker) {
         Ref<media::PropertyBag> bag;
-        EXPECT_EQ(moniker->bind_to_storage(bag.out()), S_OK);
+        EXPECT_EQ(moniker.bind_to_storage(bag.out()), S_OK);
         std::string name, path;
         EXPECT_EQ(bag->read("FriendlyName", name), S_OK);
         EXPECT_EQ(bag->read("DevicePath", path), S_OK);
         EXPECT_NE(bag->read("NoSuchProperty", path), S_OK);
         list.emplace_back(name, path);
-    }
+        return false;
+    });
     return list;
 }
 
-// The filter of the last video input, which is our test provider's device.
-Ref<media::BaseFilter> last_video_input(media::MediaFactory& factory) {
-    Ref<media::CreateDevEnum> devices;
-    factory.create_instance(media::Clsid::system_device_enum, Iid::create_dev_enum,
-                            devices.out_void());
-    Ref<media::EnumMoniker> monikers;
-    devices->create_class_enumerator(media::DeviceCategory::video_input, monikers.out(), 0);
+// The filter of the device listed with `path` (a compressor's GStreamer element), or of the
+// last one listed (for video inputs, our test provider's device).
+Ref<media::BaseFilter> listed_filter(media::MediaFactory& factory, media::DeviceCategory category,
+                                     const std::string& path = {}) {
     Ref<media::BaseFilter> filter;
-    for (;;) {
-        Ref<media::Moniker> moniker;
-        if (monikers->next(moniker.out()) != S_OK)
-            break;
+    each_moniker(factory, category, [&](media::Moniker& moniker) {
+        Ref<media::PropertyBag> bag;
+        std::string listed;
+        moniker.bind_to_storage(bag.out());
+        if (!path.empty() && (bag->read("DevicePath", listed) != S_OK || listed != path))
+            return false;
         if (filter.p)
             filter.p->release();
         filter.p = nullptr;
-        moniker->bind_to_object(Iid::base_filter, filter.out_void());
-    }
-    return filter;
-}
-
-// The filter of the compressor made by GStreamer element `factory_name`, if listed.
-Ref<media::BaseFilter> compressor(media::MediaFactory& factory, const std::string& factory_name) {
-    Ref<media::CreateDevEnum> devices;
-    factory.create_instance(media::Clsid::system_device_enum, Iid::create_dev_enum,
-                            devices.out_void());
-    Ref<media::EnumMoniker> monikers;
-    devices->create_class_enumerator(media::DeviceCategory::video_compressor, monikers.out(), 0);
-    Ref<media::BaseFilter> filter;
-    for (;;) {
-        Ref<media::Moniker> moniker;
-        if (monikers->next(moniker.out()) != S_OK)
-            break;
-        Ref<media::PropertyBag> bag;
-        std::string path;
-        moniker->bind_to_storage(bag.out());
-        if (bag->read("DevicePath", path) == S_OK && path == factory_name) {
-            moniker->bind_to_object(Iid::base_filter, filter.out_void());
-            break;
-        }
-    }
+        moniker.bind_to_object(Iid::base_filter, filter.out_void());
+        return !path.empty();
+    });
     return filter;
 }
 
@@ -219,8 +211,11 @@ class GstMedia : public ::testing::Test {
     struct Graph {
         Ref<media::GraphBuilder> graph;
         Ref<media::CaptureGraphBuilder> builder;
+        Ref<media::BaseFilter> source, mux;
+        Ref<media::FileSink> sink;
     };
-    Graph make_graph() {
+    // A capture graph holding the provider's device, with the file writer when `file` is set.
+    Graph make_graph(const std::filesystem::path& file = {}) {
         Graph g;
         EXPECT_EQ(factory->create_instance(media::Clsid::filter_graph, Iid::graph_builder,
                                            g.graph.out_void()),
@@ -229,10 +224,17 @@ class GstMedia : public ::testing::Test {
                                            Iid::capture_graph_builder, g.builder.out_void()),
                   S_OK);
         EXPECT_EQ(g.builder->set_filtergraph(g.graph.p), S_OK);
+        g.source = listed_filter(*factory, media::DeviceCategory::video_input);
+        EXPECT_NE(g.source.p, nullptr);
+        EXPECT_EQ(g.graph->add_filter(g.source.p, "source"), S_OK);
+        if (!file.empty()) {
+            EXPECT_EQ(g.builder->set_output_file_name(file.string(), g.mux.out(), g.sink.out()),
+                      S_OK);
+        }
         return g;
     }
     // Runs until the graph reports an event; returns its code.
-    long run_to_event(media::GraphBuilder* graph, LParam* param1 = nullptr) {
+    long run_to_event(media::GraphBuilder* graph) {
         Ref<media::MediaControl> control;
         Ref<media::MediaEvent> events;
         graph->query_interface(Iid::media_control, control.out_void());
@@ -243,11 +245,6 @@ class GstMedia : public ::testing::Test {
         LParam p1 = 0, p2 = 0;
         EXPECT_EQ(events->get_event(&code, &p1, &p2, 60000), S_OK);
         control->stop();
-        if (param1) {
-            void* identity = reinterpret_cast<void*>(p1);
-            *param1 = p1;
-            EXPECT_NE(identity, nullptr);
-        }
         events->free_event_params(code, p1, p2);
         return code;
     }
@@ -314,7 +311,7 @@ TEST_F(GstMedia, DeviceListsAreStableAndNamedWithProviderDevicesLast) {
     EXPECT_FALSE(names(*factory, media::DeviceCategory::audio_compressor).empty());
 
     // The provider device's filter hands out its control object's interfaces.
-    auto source = last_video_input(*factory);
+    auto source = listed_filter(*factory, media::DeviceCategory::video_input);
     ASSERT_NE(source.p, nullptr);
     Ref<media::ExtDevice> device;
     ASSERT_EQ(source->query_interface(Iid::ext_device, device.out_void()), S_OK);
@@ -326,15 +323,11 @@ TEST_F(GstMedia, DeviceListsAreStableAndNamedWithProviderDevicesLast) {
 }
 
 TEST_F(GstMedia, DvType1CaptureWithPreviewWritesTheFileAndTearsDownClean) {
-    auto g = make_graph();
-    auto source = last_video_input(*factory);
-    ASSERT_EQ(g.graph->add_filter(source.p, "source"), S_OK);
-    Ref<media::BaseFilter> mux;
-    Ref<media::FileSink> sink;
     const auto file = dir / "type1.avi";
-    ASSERT_EQ(g.builder->set_output_file_name(file.string(), mux.out(), sink.out()), S_OK);
+    auto g = make_graph(file);
+    auto &source = g.source, &mux = g.mux;
     std::string cur;
-    EXPECT_EQ(sink->get_cur_file(cur), S_OK);
+    EXPECT_EQ(g.sink->get_cur_file(cur), S_OK);
     EXPECT_EQ(cur, file.string());
     ASSERT_EQ(g.builder->render_stream(PinCategory::capture, MajorType::interleaved, source.p,
                                        nullptr, mux.p),
@@ -387,13 +380,9 @@ TEST_F(GstMedia, DvType1CaptureWithPreviewWritesTheFileAndTearsDownClean) {
 }
 
 TEST_F(GstMedia, DvType2CaptureSplitsVideoAndAudio) {
-    auto g = make_graph();
-    auto source = last_video_input(*factory);
-    ASSERT_EQ(g.graph->add_filter(source.p, "source"), S_OK);
-    Ref<media::BaseFilter> mux;
-    Ref<media::FileSink> sink;
     const auto file = dir / "type2.avi";
-    ASSERT_EQ(g.builder->set_output_file_name(file.string(), mux.out(), sink.out()), S_OK);
+    auto g = make_graph(file);
+    auto &source = g.source, &mux = g.mux;
     Ref<media::BaseFilter> splitter;
     ASSERT_EQ(
         factory->create_instance(media::Clsid::dv_splitter, Iid::base_filter, splitter.out_void()),
@@ -424,8 +413,7 @@ TEST_F(GstMedia, DvType2CaptureSplitsVideoAndAudio) {
 TEST_F(GstMedia, ASourceThatFailsIsReportedLostWithItsIdentity) {
     provider()->list = {std::make_shared<FileDevice>("Gone", dir / "missing.dv")};
     auto g = make_graph();
-    auto source = last_video_input(*factory);
-    ASSERT_EQ(g.graph->add_filter(source.p, "source"), S_OK);
+    auto& source = g.source;
     ASSERT_EQ(g.builder->render_stream(PinCategory::preview, MajorType::interleaved, source.p,
                                        nullptr, nullptr),
               S_OK);
@@ -450,19 +438,14 @@ TEST_F(GstMedia, ASourceThatFailsIsReportedLostWithItsIdentity) {
 
 TEST_F(GstMedia, RawVideoIsCompressedIntoTheFileAndPreviewed) {
     provider()->list = {std::make_shared<RawDevice>()};
-    auto g = make_graph();
-    auto source = last_video_input(*factory);
-    ASSERT_NE(source.p, nullptr);
-    auto encoder = compressor(*factory, "avenc_mpeg4");
+    auto encoder = listed_filter(*factory, media::DeviceCategory::video_compressor, "avenc_mpeg4");
     if (encoder.p == nullptr) {
         GTEST_SKIP() << "avenc_mpeg4 is missing";
     }
-    ASSERT_EQ(g.graph->add_filter(source.p, "camera"), S_OK);
-    ASSERT_EQ(g.graph->add_filter(encoder.p, "encoder"), S_OK);
-    Ref<media::BaseFilter> mux;
-    Ref<media::FileSink> sink;
     const auto file = dir / "raw.avi";
-    ASSERT_EQ(g.builder->set_output_file_name(file.string(), mux.out(), sink.out()), S_OK);
+    auto g = make_graph(file);
+    auto &source = g.source, &mux = g.mux;
+    ASSERT_EQ(g.graph->add_filter(encoder.p, "encoder"), S_OK);
     ASSERT_EQ(g.builder->render_stream(PinCategory::capture, MajorType::video, source.p, encoder.p,
                                        mux.p),
               S_OK);
