@@ -12,62 +12,15 @@ namespace {
 
 namespace fs = std::filesystem;
 using avi::DvSystem;
+using avi::test::AviHeader;
 using avi::test::Chunk;
 using avi::test::fourcc_at;
 using avi::test::le32;
 
 constexpr int tape_frames = 50;
 
-// The stream headers of a file, read with the tests' RIFF reader.
-struct StreamHeader {
-    std::string type;
-    std::string handler;
-    std::uint32_t length = 0;
-    std::vector<std::uint8_t> strf;
-};
-
-struct FileHeader {
-    std::uint32_t avih_flags = 0;
-    std::vector<StreamHeader> streams;
-    std::vector<std::string> movi_order;  // chunk ids of the first movi, in order
-    std::size_t riff_parts = 0;
-};
-
-FileHeader read_header(const fs::path& file) {
-    const std::vector<std::uint8_t> b = read_file(file);
-    FileHeader h;
-    const std::vector<Chunk> top = avi::test::parse_file(b);
-    h.riff_parts = top.size();
-    if (top.empty()) {
-        return h;
-    }
-    const Chunk* hdrl = top[0].child("LIST", "hdrl");
-    if (!hdrl) {
-        return h;
-    }
-    if (const Chunk* avih = hdrl->child("avih")) {
-        h.avih_flags = le32(b, avih->data + 12);
-    }
-    for (const Chunk* strl : hdrl->all("LIST", "strl")) {
-        const Chunk* strh = strl->child("strh");
-        const Chunk* strf = strl->child("strf");
-        if (!strh || !strf) {
-            continue;
-        }
-        StreamHeader s;
-        s.type = fourcc_at(b, strh->data);
-        s.handler = fourcc_at(b, strh->data + 4);
-        s.length = le32(b, strh->data + 32);
-        s.strf.assign(b.begin() + static_cast<long>(strf->data),
-                      b.begin() + static_cast<long>(strf->data + strf->size));
-        h.streams.push_back(std::move(s));
-    }
-    if (const Chunk* movi = top[0].child("LIST", "movi")) {
-        for (const Chunk& c : movi->children) {
-            h.movi_order.push_back(c.id);
-        }
-    }
-    return h;
+AviHeader read_header(const fs::path& file) {
+    return avi::test::read_avi(read_file(file));
 }
 
 class AviSinkTest : public ::testing::Test {
@@ -138,7 +91,7 @@ TEST_F(AviSinkTest, Type1FileIsOneDvStreamThatFfprobeReadsCompletely) {
         EXPECT_EQ(count_packets(out, "v:0"), tape_frames);
         EXPECT_EQ(decode_video_frames(out), tape_frames);
 
-        const FileHeader h = read_header(out);
+        const AviHeader h = read_header(out);
         ASSERT_EQ(h.streams.size(), 1u);
         EXPECT_EQ(h.streams[0].type, "iavs");
         EXPECT_EQ(h.streams[0].handler, "dvsd");
@@ -193,7 +146,7 @@ TEST_F(AviSinkTest, Type2FileHasDvsdVideoAndPcmAudioInEveryInterleaveMode) {
         EXPECT_EQ(count_packets(out, "v:0"), tape_frames);
         EXPECT_EQ(decode_video_frames(out), tape_frames);
 
-        const FileHeader h = read_header(out);
+        const AviHeader h = read_header(out);
         ASSERT_EQ(h.streams.size(), 2u);
         EXPECT_EQ(h.streams[0].type, "vids");
         EXPECT_EQ(h.streams[0].handler, "dvsd");
@@ -204,9 +157,11 @@ TEST_F(AviSinkTest, Type2FileHasDvsdVideoAndPcmAudioInEveryInterleaveMode) {
         EXPECT_NEAR(h.streams[1].length, seconds * 48000, 1602);
         if (std::string(c.interleave) != "none") {
             // Ordered by time: each frame's video chunk with its audio chunk beside it.
+            const Chunk* movi = h.top[0].child("LIST", "movi");
+            ASSERT_TRUE(movi);
             std::size_t pairs = 0;
-            for (std::size_t i = 0; i + 1 < h.movi_order.size(); i += 2) {
-                pairs += h.movi_order[i] != h.movi_order[i + 1] ? 1 : 0;
+            for (std::size_t i = 0; i + 1 < movi->children.size(); i += 2) {
+                pairs += movi->children[i].id != movi->children[i + 1].id ? 1 : 0;
             }
             EXPECT_GE(pairs, static_cast<std::size_t>(tape_frames - 1));
         }
@@ -225,10 +180,10 @@ TEST_F(AviSinkTest, SourceErrorMidStreamLeavesAFinishedFileWithEveryFrameBeforeI
     EXPECT_EQ(r1.frames, 19u) << "the 20th buffer is the failing one";
     EXPECT_EQ(count_packets(type1, "v:0"), 19);
     EXPECT_EQ(decode_video_frames(type1), 19);
-    const FileHeader h1 = read_header(type1);
+    const AviHeader h1 = read_header(type1);
     ASSERT_EQ(h1.streams.size(), 1u);
     EXPECT_EQ(h1.streams[0].length, 19u);
-    EXPECT_EQ(h1.avih_flags & 0x10, 0x10u) << "stopping finished the file with its index";
+    EXPECT_EQ(h1.flags & 0x10, 0x10u) << "stopping finished the file with its index";
 
     const fs::path type2 = dir_ / "cut-type2.avi";
     const RunResult r2 = run_pipeline(
@@ -254,10 +209,10 @@ TEST_F(AviSinkTest, CaptureStoppedWithoutEosIsFinished) {
     EXPECT_LT(r.frames, static_cast<guint64>(tape_frames)) << "the source is paced";
     EXPECT_EQ(count_packets(out, "v:0"), static_cast<long>(r.frames));
     EXPECT_GT(count_packets(out, "a:0"), 0);
-    const FileHeader h = read_header(out);
+    const AviHeader h = read_header(out);
     ASSERT_EQ(h.streams.size(), 2u);
     EXPECT_EQ(h.streams[0].length, r.frames);
-    EXPECT_EQ(h.avih_flags & 0x10, 0x10u) << "stopping wrote the index";
+    EXPECT_EQ(h.flags & 0x10, 0x10u) << "stopping wrote the index";
 }
 
 TEST_F(AviSinkTest, WriteAndFormatFailuresAreErrorsOnTheBus) {

@@ -17,75 +17,6 @@ constexpr std::uint32_t aviif_keyframe = 0x10;
 constexpr std::uint32_t avif_hasindex = 0x10;
 constexpr std::uint32_t avif_isinterleaved = 0x100;
 
-// What a file says about itself, read back with the test's own RIFF reader.
-struct Stream {
-    std::string type;
-    std::string handler;
-    std::uint32_t scale = 0;
-    std::uint32_t rate = 0;
-    std::uint32_t length = 0;
-    std::uint32_t sample_size = 0;
-    std::vector<std::uint8_t> strf;
-    IndexChunk super;
-};
-
-struct Audit {
-    std::vector<Chunk> top;
-    std::uint32_t usec_per_frame = 0;
-    std::uint32_t flags = 0;
-    std::uint32_t first_part_frames = 0;
-    std::uint32_t streams_declared = 0;
-    std::uint32_t width = 0;
-    std::uint32_t height = 0;
-    std::vector<Stream> streams;
-    std::uint32_t dmlh_frames = 0;
-};
-
-Audit audit(std::span<const std::uint8_t> b) {
-    Audit a;
-    a.top = parse_file(b);
-    if (a.top.empty() || !a.top[0].is_list("AVI ")) {
-        return a;
-    }
-    const Chunk* hdrl = a.top[0].child("LIST", "hdrl");
-    if (!hdrl) {
-        return a;
-    }
-    if (const Chunk* avih = hdrl->child("avih")) {
-        a.usec_per_frame = le32(b, avih->data);
-        a.flags = le32(b, avih->data + 12);
-        a.first_part_frames = le32(b, avih->data + 16);
-        a.streams_declared = le32(b, avih->data + 24);
-        a.width = le32(b, avih->data + 32);
-        a.height = le32(b, avih->data + 36);
-    }
-    for (const Chunk* strl : hdrl->all("LIST", "strl")) {
-        Stream s;
-        const Chunk* strh = strl->child("strh");
-        const Chunk* strf = strl->child("strf");
-        const Chunk* indx = strl->child("indx");
-        if (!strh || !strf || !indx) {
-            continue;
-        }
-        s.type = fourcc_at(b, strh->data);
-        s.handler = fourcc_at(b, strh->data + 4);
-        s.scale = le32(b, strh->data + 20);
-        s.rate = le32(b, strh->data + 24);
-        s.length = le32(b, strh->data + 32);
-        s.sample_size = le32(b, strh->data + 44);
-        s.strf.assign(b.begin() + static_cast<long>(strf->data),
-                      b.begin() + static_cast<long>(strf->data + strf->size));
-        s.super = read_index(b, *indx);
-        a.streams.push_back(std::move(s));
-    }
-    if (const Chunk* odml = hdrl->child("LIST", "odml")) {
-        if (const Chunk* dmlh = odml->child("dmlh")) {
-            a.dmlh_frames = le32(b, dmlh->data);
-        }
-    }
-    return a;
-}
-
 std::size_t count_in(const Chunk& riff, const std::string& id) {
     std::size_t n = 0;
     for (const Chunk* movi : riff.all("LIST", "movi")) {
@@ -100,7 +31,7 @@ std::size_t count_in(const Chunk& riff, const std::string& id) {
 // RIFF parts tile the file exactly, every chunk is whole, the header's counts are the
 // chunks on disk, and every index it points to is there and points at those chunks.
 void expect_consistent(std::span<const std::uint8_t> b, const DvAviWriter& writer, bool has_audio) {
-    const Audit a = audit(b);
+    const AviHeader a = read_avi(b);
     ASSERT_FALSE(a.top.empty());
     std::uint64_t tiled = 0;
     for (std::size_t i = 0; i < a.top.size(); ++i) {
@@ -200,7 +131,7 @@ TEST(AviWriterLayout, Type1IsOneInterleavedStreamWithDvinfo) {
     EXPECT_TRUE(h.file->closed);
     expect_consistent(h.bytes(), *h.writer, false);
 
-    const Audit a = audit(h.bytes());
+    const AviHeader a = read_avi(h.bytes());
     ASSERT_EQ(a.top.size(), 1u);
     EXPECT_EQ(a.usec_per_frame, 40000u);
     EXPECT_EQ(a.flags, avif_hasindex | avif_isinterleaved);
@@ -208,7 +139,7 @@ TEST(AviWriterLayout, Type1IsOneInterleavedStreamWithDvinfo) {
     EXPECT_EQ(a.width, 720u);
     EXPECT_EQ(a.height, 576u);
     ASSERT_EQ(a.streams.size(), 1u);
-    const Stream& s = a.streams[0];
+    const StreamHeader& s = a.streams[0];
     EXPECT_EQ(s.type, "iavs");
     EXPECT_EQ(s.handler, "dvsd");
     EXPECT_EQ(s.scale, 1u);
@@ -262,11 +193,11 @@ TEST(AviWriterLayout, Type2HasDvsdVideoAndPcmAudio) {
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
 
-    const Audit a = audit(h.bytes());
+    const AviHeader a = read_avi(h.bytes());
     EXPECT_EQ(a.usec_per_frame, 33367u);
     EXPECT_EQ(a.height, 480u);
     ASSERT_EQ(a.streams.size(), 2u);
-    const Stream& v = a.streams[0];
+    const StreamHeader& v = a.streams[0];
     EXPECT_EQ(v.type, "vids");
     EXPECT_EQ(v.handler, "dvsd");
     EXPECT_EQ(v.scale, 1001u);
@@ -279,7 +210,7 @@ TEST(AviWriterLayout, Type2HasDvsdVideoAndPcmAudio) {
     EXPECT_EQ(le32(v.strf, 20), 120000u);
     EXPECT_EQ(le32(v.strf, 40), TestPacks{}.aaux_src);
 
-    const Stream& s = a.streams[1];
+    const StreamHeader& s = a.streams[1];
     EXPECT_EQ(s.type, "auds");
     EXPECT_EQ(s.scale, 4u);
     EXPECT_EQ(s.rate, 192000u);
@@ -314,7 +245,7 @@ TEST(AviWriterLayout, Type2WithoutAudioHasOneStream) {
     EXPECT_EQ(h.writer->set_audio_format({2, 48000, 16}), AviError::no_audio_stream);
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, false);
-    EXPECT_EQ(audit(h.bytes()).streams[0].type, "vids");
+    EXPECT_EQ(read_avi(h.bytes()).streams[0].type, "vids");
 }
 
 TEST(AviWriterOpenDml, PartsStayUnderTheLimitAndEveryPartIsIndexed) {
@@ -329,7 +260,7 @@ TEST(AviWriterOpenDml, PartsStayUnderTheLimitAndEveryPartIsIndexed) {
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
 
-    const Audit a = audit(h.bytes());
+    const AviHeader a = read_avi(h.bytes());
     ASSERT_GT(a.top.size(), 5u);
     EXPECT_EQ(h.writer->riff_parts(), a.top.size());
     for (std::size_t i = 0; i < a.top.size(); ++i) {
@@ -341,7 +272,7 @@ TEST(AviWriterOpenDml, PartsStayUnderTheLimitAndEveryPartIsIndexed) {
         EXPECT_EQ(movi->children.back().id, "ix01") << "part " << i;
     }
     // One super index entry per part per stream; durations add up to the stream lengths.
-    for (const Stream& s : a.streams) {
+    for (const StreamHeader& s : a.streams) {
         EXPECT_EQ(s.super.entries.size(), a.top.size());
         const std::uint64_t total = std::accumulate(
             s.super.entries.begin(), s.super.entries.end(), std::uint64_t{0},
@@ -389,7 +320,7 @@ TEST(AviWriterCutOff, HeaderRefreshIntervalBoundsHowFarCountsLag) {
     Harness h(o);
     for (std::uint32_t i = 1; i <= 9; ++i) {
         ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i)));
-        const Audit a = audit(h.bytes());
+        const AviHeader a = read_avi(h.bytes());
         // Counts and sizes are rewritten on every 4th frame and lag at most 3 frames
         // behind; a reader still finds the lagging frames by walking on past the RIFF.
         EXPECT_EQ(a.streams[0].length, i / 4 * 4) << i;
@@ -464,7 +395,7 @@ TEST(AviWriterCutOff, WritesAfterAFailureKeepFailing) {
     EXPECT_EQ(h.writer->close(), e);
     expect_consistent(h.bytes(), *h.writer, false);
     // With space again, close still indexed the one frame.
-    EXPECT_TRUE(audit(h.bytes()).top[0].child("idx1"));
+    EXPECT_TRUE(read_avi(h.bytes()).top[0].child("idx1"));
 }
 
 TEST(AviWriterInput, RejectsWhatIsNotDvAndKeepsGoing) {
@@ -489,7 +420,7 @@ TEST(AviWriterInput, AudioFormatIsFixedByTheFirstAudioChunk) {
     ASSERT_FALSE(h.writer->set_audio_format({2, 32000, 16}));
     ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0)));
     ASSERT_FALSE(h.writer->set_audio_format({4, 32000, 16}));
-    EXPECT_EQ(le16(audit(h.bytes()).streams[1].strf, 2), 4) << "rewritten in place";
+    EXPECT_EQ(le16(read_avi(h.bytes()).streams[1].strf, 2), 4) << "rewritten in place";
     EXPECT_EQ(h.writer->write_audio(std::vector<std::uint8_t>(12)),
               AviError::audio_not_whole_samples);
     ASSERT_FALSE(h.writer->write_audio(std::vector<std::uint8_t>(1280 * 8)));
@@ -497,7 +428,7 @@ TEST(AviWriterInput, AudioFormatIsFixedByTheFirstAudioChunk) {
     EXPECT_EQ(h.writer->set_audio_format({2, 48000, 16}), AviError::audio_format_changed);
     EXPECT_EQ(h.writer->set_audio_format({2, 48000, 8}), std::errc::invalid_argument);
     ASSERT_FALSE(h.writer->close());
-    const Audit a = audit(h.bytes());
+    const AviHeader a = read_avi(h.bytes());
     EXPECT_EQ(a.streams[1].rate, 256000u);
     EXPECT_EQ(a.streams[1].length, 1280u);
 }
@@ -512,7 +443,7 @@ TEST(AviWriterInput, AudioBeforeTheFirstFrameIsKeptAndFormatComesFromTheFrame) {
     ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0, packs)));
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
-    const Audit a = audit(h.bytes());
+    const AviHeader a = read_avi(h.bytes());
     EXPECT_EQ(le32(a.streams[1].strf, 4), 44100u);
     const auto audio = movi_chunks(a.top, "01wb");
     ASSERT_EQ(audio.size(), 2u);
@@ -537,7 +468,7 @@ TEST(AviWriterInput, CaptureWithoutFramesClosesToAnEmptyWellFormedFile) {
         ASSERT_FALSE(h.writer->close());
         EXPECT_FALSE(h.writer->close()) << "closing twice is harmless";
         expect_consistent(h.bytes(), *h.writer, true);
-        const Audit a = audit(h.bytes());
+        const AviHeader a = read_avi(h.bytes());
         EXPECT_EQ(a.streams[0].length, 0u);
         EXPECT_EQ(a.height, system == DvSystem::pal_625_50 ? 576u : 480u);
         EXPECT_EQ(h.writer->write_video(make_dv_frame(system, 0)), AviError::closed);
@@ -559,7 +490,7 @@ TEST(AviWriterInput, FullSuperIndexStopsTheCaptureWithAValidFile) {
     EXPECT_EQ(written, 6u);
     EXPECT_EQ(h.writer->close(), e);
     expect_consistent(h.bytes(), *h.writer, false);
-    EXPECT_EQ(audit(h.bytes()).streams[0].super.entries.size(), 3u);
+    EXPECT_EQ(read_avi(h.bytes()).streams[0].super.entries.size(), 3u);
 }
 
 TEST(AviWriterInput, ErrorsHaveReadableMessages) {

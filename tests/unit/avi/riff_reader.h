@@ -141,4 +141,74 @@ inline std::vector<const Chunk*> movi_chunks(const std::vector<Chunk>& top, cons
     return found;
 }
 
+// What an AVI file's headers say about it and its streams.
+struct StreamHeader {
+    std::string type;
+    std::string handler;
+    std::uint32_t scale = 0;
+    std::uint32_t rate = 0;
+    std::uint32_t length = 0;
+    std::uint32_t sample_size = 0;
+    std::vector<std::uint8_t> strf;
+    IndexChunk super;
+};
+
+struct AviHeader {
+    std::vector<Chunk> top;
+    std::uint32_t usec_per_frame = 0;
+    std::uint32_t flags = 0;
+    std::uint32_t first_part_frames = 0;
+    std::uint32_t streams_declared = 0;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::vector<StreamHeader> streams;
+    std::uint32_t dmlh_frames = 0;
+};
+
+inline AviHeader read_avi(std::span<const std::uint8_t> b) {
+    AviHeader a;
+    a.top = parse_file(b);
+    if (a.top.empty() || !a.top[0].is_list("AVI ")) {
+        return a;
+    }
+    const Chunk* hdrl = a.top[0].child("LIST", "hdrl");
+    if (!hdrl) {
+        return a;
+    }
+    if (const Chunk* avih = hdrl->child("avih")) {
+        a.usec_per_frame = le32(b, avih->data);
+        a.flags = le32(b, avih->data + 12);
+        a.first_part_frames = le32(b, avih->data + 16);
+        a.streams_declared = le32(b, avih->data + 24);
+        a.width = le32(b, avih->data + 32);
+        a.height = le32(b, avih->data + 36);
+    }
+    for (const Chunk* strl : hdrl->all("LIST", "strl")) {
+        StreamHeader s;
+        const Chunk* strh = strl->child("strh");
+        const Chunk* strf = strl->child("strf");
+        if (!strh || !strf) {
+            continue;
+        }
+        s.type = fourcc_at(b, strh->data);
+        s.handler = fourcc_at(b, strh->data + 4);
+        s.scale = le32(b, strh->data + 20);
+        s.rate = le32(b, strh->data + 24);
+        s.length = le32(b, strh->data + 32);
+        s.sample_size = le32(b, strh->data + 44);
+        s.strf.assign(b.begin() + static_cast<long>(strf->data),
+                      b.begin() + static_cast<long>(strf->data + strf->size));
+        if (const Chunk* indx = strl->child("indx")) {
+            s.super = read_index(b, *indx);
+        }
+        a.streams.push_back(std::move(s));
+    }
+    if (const Chunk* odml = hdrl->child("LIST", "odml")) {
+        if (const Chunk* dmlh = odml->child("dmlh")) {
+            a.dmlh_frames = le32(b, dmlh->data);
+        }
+    }
+    return a;
+}
+
 }  // namespace kc::avi::test
