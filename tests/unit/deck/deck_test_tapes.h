@@ -2,6 +2,7 @@
 // IDs as a recorder writes them, empty payload), stamped with a plan's subcode.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <system_error>
@@ -83,6 +84,20 @@ inline TapePlan small_plan(DvSystem system, std::int64_t frames, std::int64_t fl
 inline std::shared_ptr<const TapeImage> make_tape(const TapePlan& plan) {
     std::error_code error;
     return TapeImage::from_bytes(make_tape_bytes(plan), error);
+}
+
+// The AV/C CONTROL frame that seeks the tape to absolute track number `track`; the number
+// travels doubled (bit 0 is the blank flag), low byte first.
+inline std::array<std::uint8_t, 8> atn_seek_command(std::int64_t track) {
+    const auto doubled = static_cast<std::uint32_t>(track << 1);
+    return {0x00,
+            0x20,
+            0x52,
+            0x20,
+            static_cast<std::uint8_t>(doubled),
+            static_cast<std::uint8_t>(doubled >> 8),
+            static_cast<std::uint8_t>(doubled >> 16),
+            0xFF};
 }
 
 }  // namespace kc::deck::testing

@@ -83,20 +83,15 @@ TEST(VcrControl, TransportStatusAndTimecodeFollowTheTape) {
 
 TEST(VcrControl, RawAbsoluteTrackNumberCommandIsAcceptedOrRejectedLikeADeck) {
     Control c;
-    const std::uint32_t doubled = (200u * 12) << 1;
-    std::array<std::uint8_t, 8> frame{0x00,
-                                      0x20,
-                                      0x52,
-                                      0x20,
-                                      static_cast<std::uint8_t>(doubled),
-                                      static_cast<std::uint8_t>(doubled >> 8),
-                                      static_cast<std::uint8_t>(doubled >> 16),
-                                      0xFF};
-    std::array<std::uint8_t, 8> sent = frame;
-    long length = 8;
-    ASSERT_EQ(
-        c.control->get_transport_basic_parameters(media::ED_RAW_EXT_DEV_CMD, &length, frame.data()),
-        S_OK);
+    const auto sent = testing::atn_seek_command(200 * 12);
+    auto frame = sent;
+    // Sends `frame` as it is now; the answer comes back in it.
+    auto raw = [&] {
+        long length = 8;
+        return c.control->get_transport_basic_parameters(media::ED_RAW_EXT_DEV_CMD, &length,
+                                                         frame.data());
+    };
+    ASSERT_EQ(raw(), S_OK);
     EXPECT_EQ(frame[0], avc_accepted);
     EXPECT_TRUE(std::equal(frame.begin() + 1, frame.end(), sent.begin() + 1));
     c.clock->advance_ms(1000);
@@ -107,23 +102,15 @@ TEST(VcrControl, RawAbsoluteTrackNumberCommandIsAcceptedOrRejectedLikeADeck) {
 
     c.vcr->set_faults(VcrFaults{false, false, true, 0});
     frame = sent;
-    EXPECT_EQ(
-        c.control->get_transport_basic_parameters(media::ED_RAW_EXT_DEV_CMD, &length, frame.data()),
-        E_FAIL);
+    EXPECT_EQ(raw(), E_FAIL);
     EXPECT_EQ(frame[0], avc_rejected);
-
     frame = sent;
     frame[2] = 0xC3;
-    EXPECT_EQ(
-        c.control->get_transport_basic_parameters(media::ED_RAW_EXT_DEV_CMD, &length, frame.data()),
-        E_NOTIMPL);
+    EXPECT_EQ(raw(), E_NOTIMPL);
     EXPECT_EQ(frame[0], avc_not_implemented);
-
     c.vcr->set_faults(VcrFaults{true, false, false, 0});
     frame = sent;
-    EXPECT_EQ(
-        c.control->get_transport_basic_parameters(media::ED_RAW_EXT_DEV_CMD, &length, frame.data()),
-        device_lost_error);
+    EXPECT_EQ(raw(), device_lost_error);
     long mode = 0;
     EXPECT_EQ(c.control->get_status(media::ED_MODE, &mode), device_lost_error);
 }

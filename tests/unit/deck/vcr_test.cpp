@@ -133,15 +133,7 @@ TEST(Vcr, SeekWindsForTimeAndAPlayWaitsForIt) {
 TEST(Vcr, AvcAbsoluteTrackNumberCommandSeeksAndOthersAreRefused) {
     Deck deck;
     const std::int64_t track = 123 * 12 + 5;  // inside frame 123
-    const auto doubled = static_cast<std::uint32_t>(track << 1);
-    std::array<std::uint8_t, 8> cmd{0x00,
-                                    0x20,
-                                    0x52,
-                                    0x20,
-                                    static_cast<std::uint8_t>(doubled),
-                                    static_cast<std::uint8_t>(doubled >> 8),
-                                    static_cast<std::uint8_t>(doubled >> 16),
-                                    0xFF};
+    const auto cmd = testing::atn_seek_command(track);
     ASSERT_EQ(deck.vcr.avc_command(cmd), S_OK);
     deck.clock.advance_ms(1000);
     EXPECT_EQ(deck.frame(), 123);
