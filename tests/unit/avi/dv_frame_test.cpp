@@ -10,25 +10,23 @@ using test::make_dv_frame;
 using test::TestPacks;
 
 TEST(DvFrame, SystemAndGeometryComeFromTheHeaderBlock) {
+    const struct {
+        DvSystem system;
+        std::uint32_t bytes, rate, scale, height;
+    } cases[] = {{DvSystem::pal_625_50, 144000, 25, 1, 576},
+                 {DvSystem::ntsc_525_60, 120000, 30000, 1001, 480}};
+    for (const auto& c : cases) {
+        const auto info = inspect_dv_frame(make_dv_frame(c.system, 1));
+        ASSERT_TRUE(info) << c.height;
+        EXPECT_EQ(info->system, c.system);
+        EXPECT_EQ(info->frame_bytes, c.bytes);
+        EXPECT_EQ(info->rate, c.rate);
+        EXPECT_EQ(info->scale, c.scale);
+        EXPECT_EQ(info->width, 720u);
+        EXPECT_EQ(info->height, c.height);
+    }
     const auto pal = make_dv_frame(DvSystem::pal_625_50, 1);
-    const auto info = inspect_dv_frame(pal);
-    ASSERT_TRUE(info);
-    EXPECT_EQ(info->system, DvSystem::pal_625_50);
-    EXPECT_EQ(info->frame_bytes, 144000u);
-    EXPECT_EQ(info->rate, 25u);
-    EXPECT_EQ(info->scale, 1u);
-    EXPECT_EQ(info->width, 720u);
-    EXPECT_EQ(info->height, 576u);
-
     const auto ntsc = make_dv_frame(DvSystem::ntsc_525_60, 1);
-    const auto ntsc_info = inspect_dv_frame(ntsc);
-    ASSERT_TRUE(ntsc_info);
-    EXPECT_EQ(ntsc_info->system, DvSystem::ntsc_525_60);
-    EXPECT_EQ(ntsc_info->frame_bytes, 120000u);
-    EXPECT_EQ(ntsc_info->rate, 30000u);
-    EXPECT_EQ(ntsc_info->scale, 1001u);
-    EXPECT_EQ(ntsc_info->height, 480u);
-
     // The first four bytes are enough to know the system (and so the frame size).
     EXPECT_EQ(dv_system_of(std::span(pal).first(4)), DvSystem::pal_625_50);
     EXPECT_EQ(dv_system_of(std::span(ntsc).first(4)), DvSystem::ntsc_525_60);
