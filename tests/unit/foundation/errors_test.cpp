@@ -60,30 +60,25 @@ TEST(ThrowIfFailed, OnlyNegativeResultsThrow) {
     }
 }
 
+// The system's text is cut at its last carriage return; the code follows as a signed decimal.
 TEST(ShowError, FailureCodeShowsBothTextsInTheErrorDialog) {
     FoundationPlatform fakes;
     fakes.system.texts[E_FAIL] = "Unspecified error\r\n";
-    Shown shown = capture_dialog(fakes, IDD_ERROR, [] { show_error(new ComError(E_FAIL, 31)); });
-    EXPECT_EQ(shown.template_id, IDD_ERROR);
-    EXPECT_EQ(shown.message, "Unable to connect filter graph");
-    // Cut at the last carriage return; the code is a signed decimal.
-    EXPECT_EQ(shown.system_message, "Unspecified error (-2147467259)");
-}
-
-TEST(ShowError, SystemTextIsCutAtTheLastCarriageReturnOnly) {
-    FoundationPlatform fakes;
     fakes.system.texts[-5] = "line one\r\nline two\r\n";
     fakes.system.texts[-6] = "no return at all";
-    EXPECT_EQ(
-        capture_dialog(fakes, IDD_ERROR, [] { show_error(new ComError(-5, 1)); }).system_message,
-        "line one\r\nline two (-5)");
-    EXPECT_EQ(
-        capture_dialog(fakes, IDD_ERROR, [] { show_error(new ComError(-6, 1)); }).system_message,
-        "no return at all (-6)");
-    // No system text: only the code in parentheses.
-    EXPECT_EQ(
-        capture_dialog(fakes, IDD_ERROR, [] { show_error(new ComError(-7, 1)); }).system_message,
-        " (-7)");
+    const std::pair<HRESULT, std::string> cases[] = {
+        {E_FAIL, "Unspecified error (-2147467259)"},
+        {-5, "line one\r\nline two (-5)"},
+        {-6, "no return at all (-6)"},
+        {-7, " (-7)"},  // no system text: only the code
+    };
+    for (const auto& [hr, system_message] : cases) {
+        const Shown shown =
+            capture_dialog(fakes, IDD_ERROR, [hr = hr] { show_error(new ComError(hr, 31)); });
+        EXPECT_EQ(shown.template_id, IDD_ERROR);
+        EXPECT_EQ(shown.message, "Unable to connect filter graph");
+        EXPECT_EQ(shown.system_message, system_message);
+    }
 }
 
 TEST(ShowError, NonNegativeCodeShowsTheMessageDialogWithTheTextCode) {
@@ -94,17 +89,12 @@ TEST(ShowError, NonNegativeCodeShowsTheMessageDialogWithTheTextCode) {
     EXPECT_FALSE(shown.system_set);
 }
 
-TEST(ShowMessage, TextIsFollowedByItsNumber) {
+TEST(ShowMessage, TextIsFollowedByItsNumberAndTheParentIsTheMainWindow) {
     FoundationPlatform fakes;
     EXPECT_EQ(capture_dialog(fakes, IDD_MESSAGE, [] { show_message(12); }).message,
               "The selected output directory is invalid (12)");
     EXPECT_EQ(capture_dialog(fakes, IDD_MESSAGE, [] { show_message(7); }).message,
               "Batch complete! (7)");
-}
-
-TEST(ShowMessage, ParentIsTheMainWindow) {
-    FoundationPlatform fakes;
-    show_message(2);
     EXPECT_TRUE(fakes.host.called("dialog_box(102,null)"));
 }
 

@@ -6,12 +6,7 @@
 
 namespace {
 Timecode tc(int h, int m, int s, int f) {
-    Timecode t;
-    t.hours = h;
-    t.minutes = m;
-    t.seconds = s;
-    t.frames = f;
-    return t;
+    return Timecode{h, m, s, f};
 }
 }  // namespace
 
@@ -24,13 +19,8 @@ TEST(Timecode, TextIsTwoDigitMinimumWithColons) {
 }
 
 TEST(Timecode, ClearResetsEveryField) {
-    Timecode t = tc(1, 2, 3, 4);
-    t.track = -1;
-    t.user_flag = true;
-    Timecode copy = t;
-    EXPECT_EQ(copy.track, -1);
-    EXPECT_TRUE(copy.user_flag);
-    EXPECT_EQ(copy.to_string(), "01:02:03:04");  // the track never shows
+    Timecode t{1, 2, 3, 4, -1, true};
+    EXPECT_EQ(t.to_string(), "01:02:03:04");  // the track never shows
     t.clear();
     EXPECT_EQ(t.to_string(), "00:00:00:00");
     EXPECT_EQ(t.track, 0);
