@@ -103,11 +103,15 @@ struct Harness {
     explicit Harness(AviWriterOptions options)
         : writer(std::make_unique<DvAviWriter>(std::make_unique<MemoryOutput>(file), options)) {}
     std::span<const std::uint8_t> bytes() const { return file->bytes; }
+    std::error_code video(std::uint32_t n, DvSystem system = DvSystem::pal_625_50,
+                          const TestPacks& packs = {}) {
+        return writer->write_video(make_dv_frame(system, n, packs));
+    }
+    // `samples` stereo 16-bit samples, every byte `fill`.
+    std::error_code audio(std::size_t samples, std::uint8_t fill = 0) {
+        return writer->write_audio(std::vector<std::uint8_t>(samples * 4, fill));
+    }
 };
-
-AviWriterOptions type1_options() {
-    return AviWriterOptions{};
-}
 
 AviWriterOptions type2_options(bool with_audio = true) {
     AviWriterOptions o;
@@ -116,16 +120,12 @@ AviWriterOptions type2_options(bool with_audio = true) {
     return o;
 }
 
-std::vector<std::uint8_t> pcm(std::size_t samples, std::uint8_t fill) {
-    return std::vector<std::uint8_t>(samples * 4, fill);
-}
-
 TEST(AviWriterLayout, Type1IsOneInterleavedStreamWithDvinfo) {
     TestPacks packs;
     packs.vaux_src = 0x12E0FFFF;
-    Harness h(type1_options());
+    Harness h(AviWriterOptions{});
     for (std::uint32_t i = 0; i < 10; ++i) {
-        ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i, packs)));
+        ASSERT_FALSE(h.video(i, DvSystem::pal_625_50, packs));
     }
     ASSERT_FALSE(h.writer->close());
     EXPECT_TRUE(h.file->closed);
@@ -186,9 +186,8 @@ TEST(AviWriterLayout, Type2HasDvsdVideoAndPcmAudio) {
     Harness h(type2_options());
     ASSERT_FALSE(h.writer->set_audio_format({2, 48000, 16}));
     for (std::uint32_t i = 0; i < 6; ++i) {
-        ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::ntsc_525_60, i)));
-        ASSERT_FALSE(
-            h.writer->write_audio(pcm(i % 5 == 4 ? 1600 : 1602, static_cast<std::uint8_t>(i))));
+        ASSERT_FALSE(h.video(i, DvSystem::ntsc_525_60));
+        ASSERT_FALSE(h.audio(i % 5 == 4 ? 1600 : 1602, static_cast<std::uint8_t>(i)));
     }
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
@@ -240,8 +239,8 @@ TEST(AviWriterLayout, Type2HasDvsdVideoAndPcmAudio) {
 
 TEST(AviWriterLayout, Type2WithoutAudioHasOneStream) {
     Harness h(type2_options(false));
-    ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0)));
-    EXPECT_EQ(h.writer->write_audio(pcm(1920, 0)), AviError::no_audio_stream);
+    ASSERT_FALSE(h.video(0));
+    EXPECT_EQ(h.audio(1920, 0), AviError::no_audio_stream);
     EXPECT_EQ(h.writer->set_audio_format({2, 48000, 16}), AviError::no_audio_stream);
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, false);
@@ -254,8 +253,8 @@ TEST(AviWriterOpenDml, PartsStayUnderTheLimitAndEveryPartIsIndexed) {
     Harness h(o);
     constexpr std::uint32_t frames = 40;
     for (std::uint32_t i = 0; i < frames; ++i) {
-        ASSERT_FALSE(h.writer->write_audio(pcm(1920, 1)));
-        ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i)));
+        ASSERT_FALSE(h.audio(1920, 1));
+        ASSERT_FALSE(h.video(i));
     }
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
@@ -299,12 +298,12 @@ TEST(AviWriterCutOff, FileIsCompleteAfterEveryCall) {
         for (std::uint32_t i = 0; i < 25; ++i) {
             SCOPED_TRACE("frame " + std::to_string(i));
             if (audio) {
-                ASSERT_FALSE(h.writer->write_audio(pcm(1600 + i, 2)));
+                ASSERT_FALSE(h.audio(1600 + i, 2));
                 if (i > 0) {
                     expect_consistent(h.bytes(), *h.writer, audio);
                 }
             }
-            ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::ntsc_525_60, i)));
+            ASSERT_FALSE(h.video(i, DvSystem::ntsc_525_60));
             expect_consistent(h.bytes(), *h.writer, audio);
         }
         EXPECT_GT(h.writer->riff_parts(), 3u);
@@ -319,7 +318,7 @@ TEST(AviWriterCutOff, HeaderRefreshIntervalBoundsHowFarCountsLag) {
     o.sync_every_frames = 3;
     Harness h(o);
     for (std::uint32_t i = 1; i <= 9; ++i) {
-        ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i)));
+        ASSERT_FALSE(h.video(i));
         const AviHeader a = read_avi(h.bytes());
         // Counts and sizes are rewritten on every 4th frame and lag at most 3 frames
         // behind; a reader still finds the lagging frames by walking on past the RIFF.
@@ -342,8 +341,8 @@ TEST(AviWriterCutOff, FullDiskLeavesWholeChunksAndReportsTheError) {
         Harness h(o);
         for (std::uint32_t i = 0; i < 8; ++i) {
             const std::uint64_t before = h.bytes().size();
-            ASSERT_FALSE(h.writer->write_audio(pcm(1920, 3)));
-            ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i)));
+            ASSERT_FALSE(h.audio(1920, 3));
+            ASSERT_FALSE(h.video(i));
             capacities.push_back(before + 3);              // inside the audio chunk header
             capacities.push_back(h.bytes().size() - 100);  // inside the frame
             capacities.push_back(h.bytes().size() + 10);   // inside whatever comes next
@@ -358,9 +357,9 @@ TEST(AviWriterCutOff, FullDiskLeavesWholeChunksAndReportsTheError) {
         std::error_code failure;
         std::uint32_t i = 0;
         for (; i < 8 && !failure; ++i) {
-            failure = h.writer->write_audio(pcm(1920, 3));
+            failure = h.audio(1920, 3);
             if (!failure) {
-                failure = h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i));
+                failure = h.video(i);
             }
         }
         const std::error_code closed = h.writer->close();
@@ -372,7 +371,7 @@ TEST(AviWriterCutOff, FullDiskLeavesWholeChunksAndReportsTheError) {
         EXPECT_EQ(failure, std::errc::no_space_on_device);
         EXPECT_EQ(closed, failure) << "close reports the first error";
         EXPECT_EQ(h.writer->error(), failure);
-        EXPECT_EQ(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 99)), AviError::closed);
+        EXPECT_EQ(h.video(99), AviError::closed);
         EXPECT_TRUE(h.file->closed);
         if (capacity < 16 * 1024) {
             // Not even the header fitted: no file rather than half a header.
@@ -384,13 +383,13 @@ TEST(AviWriterCutOff, FullDiskLeavesWholeChunksAndReportsTheError) {
 }
 
 TEST(AviWriterCutOff, WritesAfterAFailureKeepFailing) {
-    Harness h(type1_options());
+    Harness h(AviWriterOptions{});
     h.file->capacity = 200000;
-    ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0)));
-    const std::error_code e = h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 1));
+    ASSERT_FALSE(h.video(0));
+    const std::error_code e = h.video(1);
     EXPECT_EQ(e, std::errc::no_space_on_device);
     h.file->capacity.reset();  // space is freed, but the capture already failed
-    EXPECT_EQ(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 2)), e);
+    EXPECT_EQ(h.video(2), e);
     EXPECT_EQ(h.writer->video_frames(), 1u);
     EXPECT_EQ(h.writer->close(), e);
     expect_consistent(h.bytes(), *h.writer, false);
@@ -399,15 +398,14 @@ TEST(AviWriterCutOff, WritesAfterAFailureKeepFailing) {
 }
 
 TEST(AviWriterInput, RejectsWhatIsNotDvAndKeepsGoing) {
-    Harness h(type1_options());
+    Harness h(AviWriterOptions{});
     auto frame = make_dv_frame(DvSystem::pal_625_50, 0);
     EXPECT_EQ(h.writer->write_video(std::span(frame).first(1000)), AviError::not_a_dv_frame);
     EXPECT_TRUE(h.bytes().empty()) << "nothing is written before a real frame";
     ASSERT_FALSE(h.writer->write_video(frame));
-    EXPECT_EQ(h.writer->write_video(make_dv_frame(DvSystem::ntsc_525_60, 1)),
-              AviError::dv_system_changed);
-    EXPECT_EQ(h.writer->write_audio(pcm(1920, 0)), AviError::no_audio_stream);
-    ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 2)));
+    EXPECT_EQ(h.video(1, DvSystem::ntsc_525_60), AviError::dv_system_changed);
+    EXPECT_EQ(h.audio(1920, 0), AviError::no_audio_stream);
+    ASSERT_FALSE(h.video(2));
     EXPECT_FALSE(h.writer->error()) << "bad input is refused, not fatal";
     ASSERT_FALSE(h.writer->close());
     EXPECT_EQ(h.writer->video_frames(), 2u);
@@ -418,7 +416,7 @@ TEST(AviWriterInput, AudioFormatIsFixedByTheFirstAudioChunk) {
     Harness h(type2_options());
     // Before any frame the format may change freely; the header is written with the last.
     ASSERT_FALSE(h.writer->set_audio_format({2, 32000, 16}));
-    ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0)));
+    ASSERT_FALSE(h.video(0));
     ASSERT_FALSE(h.writer->set_audio_format({4, 32000, 16}));
     EXPECT_EQ(le16(read_avi(h.bytes()).streams[1].strf, 2), 4) << "rewritten in place";
     EXPECT_EQ(h.writer->write_audio(std::vector<std::uint8_t>(12)),
@@ -435,12 +433,12 @@ TEST(AviWriterInput, AudioFormatIsFixedByTheFirstAudioChunk) {
 
 TEST(AviWriterInput, AudioBeforeTheFirstFrameIsKeptAndFormatComesFromTheFrame) {
     Harness h(type2_options());
-    ASSERT_FALSE(h.writer->write_audio(pcm(1920, 7)));
-    ASSERT_FALSE(h.writer->write_audio(pcm(1920, 8)));
+    ASSERT_FALSE(h.audio(1920, 7));
+    ASSERT_FALSE(h.audio(1920, 8));
     EXPECT_TRUE(h.bytes().empty());
     TestPacks packs;
     packs.aaux_src = 0x88E000D8;  // 44.1 kHz
-    ASSERT_FALSE(h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, 0, packs)));
+    ASSERT_FALSE(h.video(0, DvSystem::pal_625_50, packs));
     ASSERT_FALSE(h.writer->close());
     expect_consistent(h.bytes(), *h.writer, true);
     const AviHeader a = read_avi(h.bytes());
@@ -455,7 +453,7 @@ TEST(AviWriterInput, AudioBeforeTheFirstFrameIsKeptAndFormatComesFromTheFrame) {
     Harness only_audio(type2_options());
     std::error_code e;
     for (int i = 0; i < 1000 && !e; ++i) {
-        e = only_audio.writer->write_audio(pcm(1920, 0));
+        e = only_audio.audio(1920, 0);
     }
     EXPECT_EQ(e, AviError::audio_without_video);
 }
@@ -471,7 +469,7 @@ TEST(AviWriterInput, CaptureWithoutFramesClosesToAnEmptyWellFormedFile) {
         const AviHeader a = read_avi(h.bytes());
         EXPECT_EQ(a.streams[0].length, 0u);
         EXPECT_EQ(a.height, system == DvSystem::pal_625_50 ? 576u : 480u);
-        EXPECT_EQ(h.writer->write_video(make_dv_frame(system, 0)), AviError::closed);
+        EXPECT_EQ(h.video(0, system), AviError::closed);
     }
 }
 
@@ -483,7 +481,7 @@ TEST(AviWriterInput, FullSuperIndexStopsTheCaptureWithAValidFile) {
     std::error_code e;
     std::uint32_t written = 0;
     for (std::uint32_t i = 0; i < 20 && !e; ++i) {
-        e = h.writer->write_video(make_dv_frame(DvSystem::pal_625_50, i));
+        e = h.video(i);
         written += e ? 0 : 1;
     }
     EXPECT_EQ(e, AviError::too_many_parts);
