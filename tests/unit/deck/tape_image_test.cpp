@@ -1,12 +1,11 @@
 #include "deck/tape_image.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tests/unit/deck/deck_test_tapes.h"
+#include "tests/unit/workflow/temp_dir.h"
 
 namespace kc::deck {
 namespace {
@@ -17,23 +16,11 @@ using testing::small_plan;
 
 class TapeFile : public ::testing::Test {
   protected:
-    void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() /
-               ("kc_tape_image_" + std::to_string(::getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(dir_);
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
     std::filesystem::path write(const std::string& name, const std::vector<std::uint8_t>& bytes) {
-        const auto path = dir_ / name;
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
-        return path;
+        dir_.touch(name, std::string(bytes.begin(), bytes.end()));
+        return dir_.file(name);
     }
-
-    std::filesystem::path dir_;
+    TempDir dir_;
 };
 
 TEST(TapeImageIndex, IndexesTimecodeUserFlagAndTracks) {
@@ -139,14 +126,14 @@ TEST_F(TapeFile, MappedAndStreamedGiveTheSameFrames) {
 
 TEST_F(TapeFile, OpenReportsMissingEmptyAndForeignFiles) {
     std::error_code error;
-    EXPECT_FALSE(TapeImage::open(dir_ / "missing.dv", TapeAccess::mapped, error));
+    EXPECT_FALSE(TapeImage::open(dir_.file("missing.dv"), TapeAccess::mapped, error));
     EXPECT_EQ(error, std::errc::no_such_file_or_directory);
     EXPECT_FALSE(TapeImage::open(write("empty.dv", {}), TapeAccess::mapped, error));
     EXPECT_EQ(error, std::errc::invalid_argument);
     EXPECT_FALSE(TapeImage::open(write("text.dv", std::vector<std::uint8_t>(300000, 'a')),
                                  TapeAccess::streamed, error));
     EXPECT_EQ(error, std::errc::invalid_argument);
-    EXPECT_FALSE(TapeImage::open(dir_, TapeAccess::mapped, error));
+    EXPECT_FALSE(TapeImage::open(dir_.path(), TapeAccess::mapped, error));
     EXPECT_TRUE(error);
 }
 
