@@ -69,43 +69,40 @@ class Control : public media::ExtDevice {
     std::uint32_t refs = 1;
 };
 
-// A DV "deck" playing a tape file, or failing when the file is missing.
-class FileDevice : public SourceDevice {
+// A device whose source is a gst-launch description: a DV "deck" with tape control, or a
+// webcam without.
+class TestDevice : public SourceDevice {
   public:
-    FileDevice(std::string name_, std::filesystem::path file_) : name(name_), file(file_) {}
+    TestDevice(std::string name_, std::string description_, bool deck_)
+        : name(std::move(name_)), description(std::move(description_)), deck(deck_) {}
     std::string friendly_name() const override { return name; }
     std::string device_path() const override { return "test:" + name; }
     GstElement* create_source() override {
         GError* error = nullptr;
-        GstElement* bin = gst_parse_bin_from_description(
-            ("filesrc blocksize=144000 location=\"" + file.string() +
-             "\" ! capsfilter caps=\"video/x-dv,systemstream=(boolean)true\"")
-                .c_str(),
-            TRUE, &error);
+        GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
         g_clear_error(&error);
         return bin;
     }
     Unknown* control() override {
+        if (!deck)
+            return nullptr;
         control_object.add_ref();
         return &control_object;
     }
-    std::string name;
-    std::filesystem::path file;
+    std::string name, description;
+    bool deck;
     Control control_object;
 };
 
-// A camera giving raw video, as a webcam does.
-class RawDevice : public SourceDevice {
-  public:
-    std::string friendly_name() const override { return "Test camera"; }
-    std::string device_path() const override { return "test:camera"; }
-    GstElement* create_source() override {
-        return gst_parse_bin_from_description(
-            "videotestsrc num-buffers=30 ! video/x-raw,width=320,height=240,framerate=25/1", TRUE,
-            nullptr);
-    }
-    Unknown* control() override { return nullptr; }
-};
+// A deck playing a tape file, or failing when the file is missing.
+std::shared_ptr<TestDevice> deck_playing(const std::string& name,
+                                         const std::filesystem::path& file) {
+    return std::make_shared<TestDevice>(
+        name,
+        "filesrc blocksize=144000 location=\"" + file.string() +
+            "\" ! capsfilter caps=\"video/x-dv,systemstream=(boolean)true\"",
+        true);
+}
 
 class Provider : public SourceProvider {
   public:
@@ -204,7 +201,7 @@ class GstMedia : public ::testing::Test {
         }
         tape = dir / "tape.dv";
         ASSERT_TRUE(test::make_dv_tape(tape, kc::avi::DvSystem::pal_625_50, frames));
-        provider()->list = {std::make_shared<FileDevice>("Test deck", tape)};
+        provider()->list = {deck_playing("Test deck", tape)};
     }
     void TearDown() override { provider()->list.clear(); }
 
@@ -248,40 +245,37 @@ class GstMedia : public ::testing::Test {
         events->free_event_params(code, p1, p2);
         return code;
     }
-    // Tears the graph down as the capture graph layer does, depth first from `filter`.
-    void remove_downstream(media::GraphBuilder* graph, media::BaseFilter* filter) {
+    // Visits the connected pins of `filter` with their peers.
+    template <class Visit>
+    static void each_connection(media::BaseFilter* filter, Visit visit) {
         Ref<media::EnumPins> pins;
         ASSERT_EQ(filter->enum_pins(pins.out()), S_OK);
         for (;;) {
-            Ref<media::Pin> pin;
+            Ref<media::Pin> pin, peer;
             if (pins->next(pin.out()) != S_OK)
                 break;
-            Ref<media::Pin> peer;
-            if (failed(pin->connected_to(peer.out())))
-                continue;
+            if (succeeded(pin->connected_to(peer.out())))
+                visit(pin, peer);
+        }
+    }
+    // Tears the graph down as the capture graph layer does, depth first from `filter`.
+    void remove_downstream(media::GraphBuilder* graph, media::BaseFilter* filter) {
+        each_connection(filter, [&](Ref<media::Pin>& pin, Ref<media::Pin>& peer) {
             media::PinInfo info;
             ASSERT_EQ(peer->query_pin_info(info), S_OK);
             Ref<media::BaseFilter> peer_filter;
             peer_filter.p = info.filter;
             if (info.direction != media::PinDirection::input)
-                continue;
+                return;
             remove_downstream(graph, peer_filter.p);
             graph->disconnect(peer.p);
             graph->disconnect(pin.p);
             graph->remove_filter(peer_filter.p);
-        }
+        });
     }
     int connected_pins(media::BaseFilter* filter) {
-        Ref<media::EnumPins> pins;
-        filter->enum_pins(pins.out());
         int n = 0;
-        for (;;) {
-            Ref<media::Pin> pin;
-            if (pins->next(pin.out()) != S_OK)
-                break;
-            Ref<media::Pin> peer;
-            n += succeeded(pin->connected_to(peer.out())) ? 1 : 0;
-        }
+        each_connection(filter, [&](auto&, auto&) { ++n; });
         return n;
     }
 
@@ -411,7 +405,7 @@ TEST_F(GstMedia, DvType2CaptureSplitsVideoAndAudio) {
 }
 
 TEST_F(GstMedia, ASourceThatFailsIsReportedLostWithItsIdentity) {
-    provider()->list = {std::make_shared<FileDevice>("Gone", dir / "missing.dv")};
+    provider()->list = {deck_playing("Gone", dir / "missing.dv")};
     auto g = make_graph();
     auto& source = g.source;
     ASSERT_EQ(g.builder->render_stream(PinCategory::preview, MajorType::interleaved, source.p,
@@ -437,7 +431,11 @@ TEST_F(GstMedia, ASourceThatFailsIsReportedLostWithItsIdentity) {
 }
 
 TEST_F(GstMedia, RawVideoIsCompressedIntoTheFileAndPreviewed) {
-    provider()->list = {std::make_shared<RawDevice>()};
+    provider()->list = {
+        std::make_shared<TestDevice>("Test camera",
+                                     "videotestsrc num-buffers=30 ! capsfilter "
+                                     "caps=\"video/x-raw,width=320,height=240,framerate=25/1\"",
+                                     false)};
     auto encoder = listed_filter(*factory, media::DeviceCategory::video_compressor, "avenc_mpeg4");
     if (encoder.p == nullptr) {
         GTEST_SKIP() << "avenc_mpeg4 is missing";
