@@ -50,8 +50,13 @@ class PlainDialog : public CapDialog {};
 TEST(DialogFramework, EveryRoutedMessageReachesItsOperationWithItsResult) {
     FoundationPlatform fakes;
     RecordingDialog d;
-    WindowHandle w = open_dialog(fakes.host, d, 200);
+    WindowHandle w = open_dialog(fakes.host, d, 101);
     FakeDialogHost& h = fakes.host;
+    // The window is known before init, so that item() works there.
+    EXPECT_EQ(d.hwnd, w);
+    EXPECT_EQ(d.hwnd_at_init, w);
+    EXPECT_EQ(d.item_at_init, h.get_dlg_item(w, 1007));
+    EXPECT_TRUE(h.called("set_prop(101,CapDlgThisPtr)"));
     const LResult brush = reinterpret_cast<LResult>(d.brush);
 
     EXPECT_EQ(h.send(w, wm::ctlcolor_static), brush);
@@ -86,16 +91,6 @@ TEST(DialogFramework, EveryRoutedMessageReachesItsOperationWithItsResult) {
         "active",
         "inactive"};
     EXPECT_EQ(d.seen, expected);
-}
-
-TEST(DialogFramework, HwndIsSetBeforeInitSoItemWorksThere) {
-    FoundationPlatform fakes;
-    RecordingDialog d;
-    WindowHandle w = open_dialog(fakes.host, d, 101);
-    EXPECT_EQ(d.hwnd, w);
-    EXPECT_EQ(d.hwnd_at_init, w);
-    EXPECT_EQ(d.item_at_init, fakes.host.get_dlg_item(w, 1007));
-    EXPECT_TRUE(fakes.host.called("set_prop(101,CapDlgThisPtr)"));
 }
 
 TEST(DialogFramework, DefaultOperationsAnswerTheirFixedResults) {
