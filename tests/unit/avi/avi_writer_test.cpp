@@ -17,16 +17,6 @@ constexpr std::uint32_t aviif_keyframe = 0x10;
 constexpr std::uint32_t avif_hasindex = 0x10;
 constexpr std::uint32_t avif_isinterleaved = 0x100;
 
-std::size_t count_in(const Chunk& riff, const std::string& id) {
-    std::size_t n = 0;
-    for (const Chunk* movi : riff.all("LIST", "movi")) {
-        for (const Chunk& c : movi->children) {
-            n += c.id == id && c.complete ? 1 : 0;
-        }
-    }
-    return n;
-}
-
 // What holds at every moment of a capture, and so in a file cut off at any of them: the
 // RIFF parts tile the file exactly, every chunk is whole, the header's counts are the
 // chunks on disk, and every index it points to is there and points at those chunks.
@@ -56,7 +46,7 @@ void expect_consistent(std::span<const std::uint8_t> b, const DvAviWriter& write
     EXPECT_EQ(a.streams_declared, a.streams.size());
     EXPECT_EQ(a.streams[0].length, frames);
     EXPECT_EQ(a.dmlh_frames, frames);
-    EXPECT_EQ(a.first_part_frames, count_in(a.top[0], "00dc"));
+    EXPECT_EQ(a.first_part_frames, movi_chunks({a.top[0]}, "00dc").size());
 
     std::uint64_t audio_bytes = 0;
     for (const Chunk* c : movi_chunks(a.top, "01wb")) {

@@ -34,18 +34,8 @@ inline std::vector<std::uint8_t> make_dv_frame(DvSystem system, std::uint32_t ma
         const bool channel2 = seq >= sequences / 2;
         for (std::size_t b = 0; b < dif_blocks_per_sequence; ++b) {
             std::uint8_t* block = f.data() + (seq * dif_blocks_per_sequence + b) * dif_block_bytes;
-            std::uint8_t section;
-            if (b == 0) {
-                section = 0;
-            } else if (b < 3) {
-                section = 1;
-            } else if (b < 6) {
-                section = 2;
-            } else if ((b - 6) % 16 == 0) {
-                section = 3;
-            } else {
-                section = 4;
-            }
+            // Header, subcode, VAUX, then an audio block before every 15 video blocks.
+            const int section = b == 0 ? 0 : b < 3 ? 1 : b < 6 ? 2 : (b - 6) % 16 == 0 ? 3 : 4;
             block[0] = static_cast<std::uint8_t>((section << 5) | 0x1F);
             block[1] = static_cast<std::uint8_t>((seq << 4) | 0x07);
             block[2] = static_cast<std::uint8_t>(b);

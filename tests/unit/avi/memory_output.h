@@ -14,8 +14,6 @@ namespace kc::avi::test {
 struct MemoryFile {
     std::vector<std::uint8_t> bytes;
     std::optional<std::uint64_t> capacity;  // appends beyond it fail with ENOSPC
-    int appends = 0;
-    int rewrites = 0;
     int syncs = 0;
     bool closed = false;
 };
@@ -25,7 +23,6 @@ class MemoryOutput final : public AviOutput {
     explicit MemoryOutput(std::shared_ptr<MemoryFile> file) : file_(std::move(file)) {}
 
     std::error_code append(std::span<const Bytes> pieces) override {
-        ++file_->appends;
         for (const Bytes& piece : pieces) {
             std::size_t room = piece.size();
             if (file_->capacity) {
@@ -42,7 +39,6 @@ class MemoryOutput final : public AviOutput {
         return {};
     }
     std::error_code write_at(std::uint64_t offset, Bytes bytes) override {
-        ++file_->rewrites;
         if (offset + bytes.size() > file_->bytes.size()) {
             return std::make_error_code(std::errc::invalid_argument);
         }

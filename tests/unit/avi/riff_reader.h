@@ -39,12 +39,8 @@ struct Chunk {
         return (id == "LIST" || id == "RIFF") && list_type == type;
     }
     const Chunk* child(const std::string& wanted_id, const char* type = nullptr) const {
-        for (const Chunk& c : children) {
-            if (c.id == wanted_id && (!type || c.list_type == type)) {
-                return &c;
-            }
-        }
-        return nullptr;
+        const auto found = all(wanted_id, type);
+        return found.empty() ? nullptr : found[0];
     }
     std::vector<const Chunk*> all(const std::string& wanted_id, const char* type = nullptr) const {
         std::vector<const Chunk*> found;
