@@ -13,13 +13,6 @@
 #include "tests/unit/posix/env_guard.h"
 #include "tests/unit/workflow/temp_dir.h"
 
-namespace {
-std::vector<std::string> sorted(std::vector<std::string> v) {
-    std::sort(v.begin(), v.end());
-    return v;
-}
-}  // namespace
-
 TEST(PosixSystem, FindFilesMatchesTheEndingWithoutRegardToCase) {
     TempDir dir;
     for (const char* name : {"a 1.avi", "B 2.AVI", "c 3.aVi", "d.avi.txt", "avi", "e.mov"}) {
@@ -27,8 +20,9 @@ TEST(PosixSystem, FindFilesMatchesTheEndingWithoutRegardToCase) {
     }
     std::filesystem::create_directory(dir.file("folder.avi"));
     PosixSystemServices system;
-    EXPECT_EQ(sorted(system.find_files(dir.path(), ".avi")),
-              (std::vector<std::string>{"B 2.AVI", "a 1.avi", "c 3.aVi", "folder.avi"}));
+    auto found = system.find_files(dir.path(), ".avi");
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, (std::vector<std::string>{"B 2.AVI", "a 1.avi", "c 3.aVi", "folder.avi"}));
     EXPECT_TRUE(system.find_files(dir.file("missing"), ".avi").empty());
 }
 
