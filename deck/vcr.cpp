@@ -405,6 +405,9 @@ void VirtualVcr::start_stream() {
     const std::int64_t now = clock_.now_ms();
     advance(now);
     streaming_ = true;
+    // A capture filter counts from the moment its graph runs, so each stream counts anew:
+    // a recording's frame count must not include the preview's that ran before it.
+    counters_ = FrameCounters{};
     // Frames that fell due before the stream began were never missed by it.
     if (motion_.picture && !fetch_driven()) {
         next_tick_ = std::max(next_tick_, (now - t0_ms_) * rate_.num / (1000 * rate_.den));

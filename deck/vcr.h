@@ -163,7 +163,8 @@ class VirtualVcr {
     // Makes every wait_frame blocked now return cancelled (a streaming thread being shut).
     void cancel_waits();
     // A consumer begins or ends taking every frame: frames it misses in between count as
-    // dropped. Frames already due when the stream begins are not counted.
+    // dropped. Frames already due when the stream begins are not counted, and the
+    // counters start again from zero.
     void start_stream();
     void stop_stream();
 

@@ -539,9 +539,19 @@ GstElement* make(const char* factory, const char* name = nullptr) {
 }
 
 // Counts the buffers leaving a source's capture branch, and the frames missing between
-// them (a timestamp gap of more than half a frame beyond the next one's due time).
+// them (a timestamp gap of more than half a frame beyond the next one's due time). Each
+// run of the graph counts anew, as a capture filter does: a recording's count must not
+// include the preview that ran before it.
 GstPadProbeReturn count_frames(GstPad*, GstPadProbeInfo* info, gpointer data) {
     auto* filter = static_cast<Filter*>(data);
+    if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
+        if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_STREAM_START) {
+            filter->delivered = 0;
+            filter->dropped = 0;
+            filter->last_pts = GST_CLOCK_TIME_NONE;
+        }
+        return GST_PAD_PROBE_OK;
+    }
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
     const GstClockTime pts = GST_BUFFER_PTS(buffer);
     const GstClockTime duration = GST_BUFFER_DURATION(buffer);
@@ -1170,7 +1180,10 @@ HRESULT Graph::connect(PinImpl& out, PinImpl& in) {
         gst_object_unref(qsink);
         src = gst_element_get_static_pad(queue, "src");
         if (out.name == "Capture") {
-            gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, count_frames, &from, nullptr);
+            gst_pad_add_probe(src,
+                              static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER |
+                                                           GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+                              count_frames, &from, nullptr);
         }
         // Raw video and audio may need converting before a multiplexer takes them.
         if (!from.dv && to.kind == Kind::mux) {
