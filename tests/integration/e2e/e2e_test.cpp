@@ -10,15 +10,19 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <vector>
 
 #include "app/capapp.h"
 #include "app/errors.h"
 #include "app/globals.h"
+#include "deck/dv_frame.h"
 #include "deck/gst/deck_provider.h"
+#include "deck/tape_image.h"
 #include "platform/gst/media/gst_media.h"
 #include "platform/posix/posix_system.h"
 #include "platform/window.h"
@@ -98,6 +102,47 @@ LResult main_proc(WindowHandle, unsigned message, WParam, LParam) {
     }
     return 0;
 }
+
+// The tape frames a file holds, in file order, found by the timecode every DV frame
+// carries (-1 for a frame whose timecode is not on the tape).
+std::vector<std::int64_t> tape_frames_of(const fs::path& file, const kc::deck::TapeImage& tape) {
+    std::map<kc::deck::BcdTimecode, std::int64_t> frame_of;
+    for (std::int64_t i = 0; i < tape.frame_count(); ++i) {
+        if (tape.frame(i).timecode) {
+            frame_of.emplace(*tape.frame(i).timecode, i);
+        }
+    }
+    test::TempDir scratch;
+    const fs::path raw = scratch / "video.dv";
+    test::run_program({"ffmpeg", "-nostdin", "-v", "error", "-i", file.string(), "-map", "0:v",
+                       "-c", "copy", "-f", "rawvideo", raw.string()});
+    const std::vector<std::uint8_t> bytes = test::read_file(raw);
+    std::vector<std::int64_t> frames;
+    for (std::size_t at = 0; at + tape.frame_bytes() <= bytes.size(); at += tape.frame_bytes()) {
+        const auto timecode = kc::deck::read_timecode(
+            std::span(bytes).subspan(at, tape.frame_bytes()), tape.system());
+        const auto found = timecode ? frame_of.find(*timecode) : frame_of.end();
+        frames.push_back(found == frame_of.end() ? -1 : found->second);
+    }
+    return frames;
+}
+
+// Frames that follow one another on the tape: nothing was lost inside the file.
+bool consecutive(const std::vector<std::int64_t>& frames) {
+    for (std::size_t i = 1; i < frames.size(); ++i) {
+        if (frames[i] != frames[i - 1] + 1) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A progress dialog's side of a batch or scene capture: its picture control, and the
+// fractions it was given.
+struct Progress : CapBatchCallback {
+    void progress(float fraction) override { fractions.push_back(fraction); }
+    std::vector<float> fractions;
+};
 
 class EndToEnd : public ::testing::Test {
   protected:
@@ -300,6 +345,143 @@ TEST_F(EndToEnd, DeviceLostDuringARecordingReachesTheWindowAndKeepsTheFile) {
     auto probe = test::ffprobe(file);
     EXPECT_EQ(probe["streams.stream.0.codec_name"], "dvvideo");
     EXPECT_GE(test::count_packets(file, "v:0"), 25);
+}
+
+// Three logged scenes, one in each recording of the demo tape, captured with a preroll of
+// ten frames: each file is named after its scene, holds consecutive frames from within the
+// preroll to just past its out point, and the progress climbs to the end.
+TEST_F(EndToEnd, ABatchOfThreeScenesWithPrerollWritesEachSceneToItsOwnFile) {
+    const kc::deck::TapeImage& tape = vcr->tape();
+    const int preroll_frames = 10;
+    app->dv_type2 = 1;
+    app->preroll = preroll_frames * tape.tracks_per_frame();
+    const std::int64_t in_points[] = {50, 260, 470};
+    const std::int64_t scene_frames = 40;
+    for (const std::int64_t in : in_points) {
+        Timecode position;
+        position.track = static_cast<std::int32_t>(tape.track_of_frame(in));
+        app->add_job(position);
+        position.track = static_cast<std::int32_t>(tape.track_of_frame(in + scene_frames));
+        ASSERT_TRUE(app->set_out_point(position));
+    }
+    app->apply_preroll();
+
+    Progress progress;
+    progress.preview_window = surfaces.pane;
+    app->start_batch(&progress);
+    ASSERT_TRUE(app->inbatch);
+    // The batch dialog's timer: every 250 ms the tape's track moves the batch on. The
+    // frames the tape moved in the step that ended each scene bound how far past its out
+    // point the file may run.
+    std::vector<std::int64_t> ending_step;
+    std::int64_t last_frame = -1;
+    std::size_t scene = 0;
+    const bool finished = wait_for([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(230));
+        Timecode position;
+        if (!app->dv->attached() || !app->dv->get_timecode(position)) {
+            return false;
+        }
+        const std::int64_t frame = tape.frame_of_track(position.track);
+        const bool ends_scene =
+            scene < std::size(in_points) && frame > in_points[scene] + scene_frames;
+        if (ends_scene) {
+            ending_step.push_back(last_frame < 0 ? frame : frame - last_frame);
+            ++scene;
+        }
+        last_frame = frame;
+        return !app->batch_step(static_cast<std::uint32_t>(position.track));
+    });
+    ASSERT_TRUE(finished);
+    EXPECT_FALSE(app->inbatch);
+    ASSERT_EQ(ending_step.size(), 3u);
+    ASSERT_FALSE(progress.fractions.empty());
+    EXPECT_GT(progress.fractions.back(), 0.6f);
+
+    const auto written = files();
+    ASSERT_EQ(written.size(), 3u);
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        SCOPED_TRACE(written[i].filename().string());
+        EXPECT_EQ(written[i].filename().string(), "e2e 00" + std::to_string(i + 1) + ".avi");
+        const std::vector<std::int64_t> frames = tape_frames_of(written[i], tape);
+        ASSERT_FALSE(frames.empty());
+        EXPECT_TRUE(consecutive(frames)) << frames.front() << ".." << frames.back();
+        const std::int64_t capture_start = in_points[i] - preroll_frames;
+        const std::int64_t out_point = in_points[i] + scene_frames;
+        // The tape rolls before the graph takes its first frame; the preroll is there so
+        // that this happens before the in point.
+        EXPECT_GE(frames.front(), capture_start);
+        EXPECT_LE(frames.front(), in_points[i]);
+        EXPECT_GT(frames.back(), out_point);
+        EXPECT_LE(frames.back(), out_point + ending_step[i] + 2)
+            << "the step that ended the scene moved " << ending_step[i] << " frames";
+        EXPECT_EQ(test::count_packets(written[i], "v:0"), static_cast<long>(frames.size()));
+    }
+}
+
+// Scene detection from the start of the demo tape to its end: one file per recording,
+// split at the timecode jump and at the flagged start of the third recording. The
+// dialog's 250 ms timer is kept in tape time (every six frames, as long as the flagged
+// run), so that a late tick on a busy machine cannot step over the flag.
+TEST_F(EndToEnd, SceneDetectionOverTheDemoTapeWritesOneFilePerRecording) {
+    const kc::deck::TapeImage& tape = vcr->tape();
+    const auto sections = tape.sections();
+    ASSERT_EQ(sections.size(), 4u) << "two recordings, and a third whose start is flagged";
+    ASSERT_TRUE(sections[2].user_flag);
+    app->dv_type2 = 1;
+
+    // Scenes are captured from wherever the tape is; starting it one frame before its end
+    // leaves a file too short to keep.
+    const auto capture_from = [&](std::int64_t frame) {
+        app->dv->seek(static_cast<long>(tape.track_of_frame(frame)));
+        ASSERT_TRUE(wait_for([&] { return !vcr->state().seeking; }));
+        Progress dialog;
+        dialog.preview_window = surfaces.pane;
+        std::string file;
+        app->start_scene_capture(&dialog, file);
+        ASSERT_TRUE(app->inbatch);
+        std::int64_t ticked = vcr->state().frame();
+        ASSERT_TRUE(wait_for([&] {
+            const kc::deck::VcrState state = vcr->state();
+            if (state.frame() < ticked + 6 && state.mode == kc::deck::TransportMode::play) {
+                return false;
+            }
+            ticked = state.frame();
+            Timecode position;
+            if (!app->dv->get_timecode(position)) {
+                position.clear();
+            }
+            return !app->scene_step(position, file);
+        }));
+        EXPECT_FALSE(app->inbatch);
+        EXPECT_TRUE(dialog.fractions.empty()) << "scene detection reports no progress";
+        // The dialog's end: the device back and the preview rebuilt.
+        app->connect();
+        app->build_preview();
+    };
+
+    capture_from(tape.frame_count() - 1);
+    EXPECT_TRUE(files().empty()) << "a file of fewer than two frames is deleted";
+
+    capture_from(0);
+    const auto written = files();
+    ASSERT_EQ(written.size(), 3u);
+    const std::int64_t recording_starts[] = {sections[0].first_frame, sections[1].first_frame,
+                                             sections[2].first_frame, tape.frame_count()};
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        SCOPED_TRACE(written[i].filename().string());
+        EXPECT_EQ(written[i].filename().string(), "e2e 000 " + std::to_string(i + 1) + ".avi");
+        const std::vector<std::int64_t> frames = tape_frames_of(written[i], tape);
+        ASSERT_FALSE(frames.empty());
+        EXPECT_TRUE(consecutive(frames)) << frames.front() << ".." << frames.back();
+        // Each file begins where the tick that saw the break left the tape, at most a
+        // step into the recording, and ends there in the next file's recording (a stopped
+        // tape plays on from the frame it showed last, so that frame may be in both).
+        EXPECT_GE(frames.front(), recording_starts[i]);
+        EXPECT_LE(frames.front(), recording_starts[i] + 7);
+        EXPECT_GE(frames.back() + 1, recording_starts[i + 1]);
+        EXPECT_LE(frames.back(), recording_starts[i + 1] + 7);
+    }
 }
 
 }  // namespace
