@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
     bool ntsc = false;
     bool demo = false;
     std::string out;
-    std::vector<std::string> specs;
+    std::vector<std::string> recording_args;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
@@ -82,13 +82,13 @@ int main(int argc, char** argv) {
         } else if (arg.rfind("-", 0) == 0) {
             return fail("unknown option \"" + arg + "\" (see --help).");
         } else {
-            specs.push_back(arg);
+            recording_args.push_back(arg);
         }
     }
     if (out.empty()) {
         return fail("no output file: give --out FILE (see --help).");
     }
-    if (demo == !specs.empty()) {
+    if (demo == !recording_args.empty()) {
         return fail(demo ? "--demo takes no recordings." : "no recordings given (see --help).");
     }
     const DvSystem system = ntsc ? DvSystem::ntsc_525_60 : DvSystem::pal_625_50;
@@ -99,10 +99,10 @@ int main(int argc, char** argv) {
         plan.system = system;
         const FrameRate rate = frame_rate(system);
         const int tones[] = {440, 550, 660, 770, 880};
-        for (std::size_t n = 0; n < specs.size(); ++n) {
-            const std::vector<std::string> parts = split(specs[n], ',');
+        for (std::size_t n = 0; n < recording_args.size(); ++n) {
+            const std::vector<std::string> parts = split(recording_args[n], ',');
             if (parts.size() < 2 || parts.size() > 4) {
-                return fail("recording \"" + specs[n] +
+                return fail("recording \"" + recording_args[n] +
                             "\" is not START,SECONDS[,NAME[,FLAGGED]].");
             }
             const auto start = parse_tape_time(parts[0], system);

@@ -1576,45 +1576,45 @@ std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost& host, VideoS
 std::vector<ElementProperty> element_properties(GstElement* element) {
     std::vector<ElementProperty> list;
     guint count = 0;
-    GParamSpec** specs = g_object_class_list_properties(G_OBJECT_GET_CLASS(element), &count);
+    GParamSpec** properties = g_object_class_list_properties(G_OBJECT_GET_CLASS(element), &count);
     for (guint i = 0; i < count; ++i) {
-        GParamSpec* spec = specs[i];
-        if (!(spec->flags & G_PARAM_READABLE)) {
+        GParamSpec* param = properties[i];
+        if (!(param->flags & G_PARAM_READABLE)) {
             continue;
         }
         ElementProperty p;
-        p.name = spec->name;
-        p.type = g_type_name(spec->value_type);
-        p.writable = (spec->flags & G_PARAM_WRITABLE) && !(spec->flags & G_PARAM_CONSTRUCT_ONLY);
+        p.name = param->name;
+        p.type = g_type_name(param->value_type);
+        p.writable = (param->flags & G_PARAM_WRITABLE) && !(param->flags & G_PARAM_CONSTRUCT_ONLY);
         GValue value = G_VALUE_INIT;
-        g_value_init(&value, spec->value_type);
-        g_object_get_property(G_OBJECT(element), spec->name, &value);
+        g_value_init(&value, param->value_type);
+        g_object_get_property(G_OBJECT(element), param->name, &value);
         if (gchar* text = gst_value_serialize(&value)) {
             p.value = text;
             g_free(text);
         }
         g_value_unset(&value);
         char range[128] = "";
-        if (G_IS_PARAM_SPEC_INT(spec)) {
-            auto* s = G_PARAM_SPEC_INT(spec);
+        if (G_IS_PARAM_SPEC_INT(param)) {
+            auto* s = G_PARAM_SPEC_INT(param);
             std::snprintf(range, sizeof range, "%d..%d", s->minimum, s->maximum);
-        } else if (G_IS_PARAM_SPEC_UINT(spec)) {
-            auto* s = G_PARAM_SPEC_UINT(spec);
+        } else if (G_IS_PARAM_SPEC_UINT(param)) {
+            auto* s = G_PARAM_SPEC_UINT(param);
             std::snprintf(range, sizeof range, "%u..%u", s->minimum, s->maximum);
-        } else if (G_IS_PARAM_SPEC_INT64(spec)) {
-            auto* s = G_PARAM_SPEC_INT64(spec);
+        } else if (G_IS_PARAM_SPEC_INT64(param)) {
+            auto* s = G_PARAM_SPEC_INT64(param);
             std::snprintf(range, sizeof range, "%lld..%lld", static_cast<long long>(s->minimum),
                           static_cast<long long>(s->maximum));
-        } else if (G_IS_PARAM_SPEC_UINT64(spec)) {
-            auto* s = G_PARAM_SPEC_UINT64(spec);
+        } else if (G_IS_PARAM_SPEC_UINT64(param)) {
+            auto* s = G_PARAM_SPEC_UINT64(param);
             std::snprintf(range, sizeof range, "%llu..%llu",
                           static_cast<unsigned long long>(s->minimum),
                           static_cast<unsigned long long>(s->maximum));
-        } else if (G_IS_PARAM_SPEC_DOUBLE(spec)) {
-            auto* s = G_PARAM_SPEC_DOUBLE(spec);
+        } else if (G_IS_PARAM_SPEC_DOUBLE(param)) {
+            auto* s = G_PARAM_SPEC_DOUBLE(param);
             std::snprintf(range, sizeof range, "%g..%g", s->minimum, s->maximum);
-        } else if (G_IS_PARAM_SPEC_ENUM(spec)) {
-            GEnumClass* e = G_PARAM_SPEC_ENUM(spec)->enum_class;
+        } else if (G_IS_PARAM_SPEC_ENUM(param)) {
+            GEnumClass* e = G_PARAM_SPEC_ENUM(param)->enum_class;
             for (guint v = 0; v < e->n_values; ++v) {
                 p.range += (v ? "," : "");
                 p.range += e->values[v].value_nick;
@@ -1625,7 +1625,7 @@ std::vector<ElementProperty> element_properties(GstElement* element) {
         }
         list.push_back(std::move(p));
     }
-    g_free(specs);
+    g_free(properties);
     return list;
 }
 
