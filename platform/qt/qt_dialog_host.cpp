@@ -299,6 +299,36 @@ LResult QtDialogHost::dialog_box(int template_id, WindowHandle parent, DialogPro
     return code;
 }
 
+namespace {
+// A display field shows the program's whole text ("Unavailable" in a field sized for six
+// digits), never a scrolled part of it: the text shrinks, down to a face still readable
+// on the skin, whenever it or the field's size changes.
+class DisplayField : public QLineEdit {
+  public:
+    using QLineEdit::QLineEdit;
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override {
+        QLineEdit::resizeEvent(event);
+        fit();
+    }
+
+  public:
+    void fit() {
+        static constexpr int smallest_pixels = 7;
+        QFont font = parentWidget() != nullptr ? parentWidget()->font() : this->font();
+        // The edit keeps a few pixels inside its frame on either side.
+        const int room = contentsRect().width() - 6;
+        while (font.pixelSize() > smallest_pixels &&
+               QFontMetrics(font).horizontalAdvance(text()) > room) {
+            font.setPixelSize(font.pixelSize() - 1);
+        }
+        setFont(font);
+        setCursorPosition(0);
+    }
+};
+}  // namespace
+
 void QtDialogHost::build_controls(Node* d, const DialogTemplate& t) {
     QWidget* dialog = d->widget;
     const DialogUnits du = DialogUnits::for_font(t.font, t.font_points);
@@ -378,8 +408,10 @@ void QtDialogHost::build_controls(Node* d, const DialogTemplate& t) {
                 n->kind = ControlKind::text_edit;
                 w = e;
             } else {
-                auto* e = new QLineEdit(dialog);
-                e->setReadOnly(c.style & ES_READONLY);
+                // Fields the program writes and the user only reads: read-only or disabled.
+                const bool display = (c.style & (ES_READONLY | WS_DISABLED)) != 0;
+                QLineEdit* e = display ? new DisplayField(dialog) : new QLineEdit(dialog);
+                e->setReadOnly((c.style & ES_READONLY) != 0);
                 e->setFrame(c.style & WS_BORDER);
                 if (c.style & ES_CENTER) {
                     e->setAlignment(Qt::AlignCenter);
@@ -389,6 +421,10 @@ void QtDialogHost::build_controls(Node* d, const DialogTemplate& t) {
                         QRegularExpression(QStringLiteral("[0-9]*")), e));
                 }
                 e->setText(text);
+                if (display) {
+                    auto* field = static_cast<DisplayField*>(e);
+                    QObject::connect(e, &QLineEdit::textChanged, e, [field] { field->fit(); });
+                }
                 // A single-line edit reports every change, also one the program makes.
                 QObject::connect(e, &QLineEdit::textChanged, e, [notify] { notify(EN_CHANGE); });
                 n->kind = ControlKind::line_edit;

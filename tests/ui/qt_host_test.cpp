@@ -7,6 +7,7 @@
 #include <QAbstractButton>
 #include <QImage>
 #include <QLabel>
+#include <QLineEdit>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWidget>
@@ -98,6 +99,14 @@ TEST_F(QtHostTest, MainWindowControlsSitWhereTemplate100PutsThem) {
         QWidget* play = host.widget(host.get_dlg_item(d, IDC_PLAY));
         EXPECT_EQ(window->childAt(play->geometry().center()), play);
         EXPECT_EQ(host.get_dlg_item(d, 9999), nullptr);
+        // A display field shows the whole of a text wider than its template font allows.
+        host.set_dlg_item_text(d, IDC_DROPPED, "Unavailable");
+        auto* dropped = static_cast<QLineEdit*>(host.widget(host.get_dlg_item(d, IDC_DROPPED)));
+        EXPECT_LT(dropped->font().pixelSize(), window->font().pixelSize());
+        EXPECT_LE(dropped->fontMetrics().horizontalAdvance(dropped->text()),
+                  dropped->contentsRect().width());
+        host.set_dlg_item_text(d, IDC_DROPPED, "000000");
+        EXPECT_EQ(dropped->font().pixelSize(), window->font().pixelSize());
     });
     EXPECT_EQ(checked, 24);
     // The font arrives before the dialog is initialised, then WM_INITDIALOG.
