@@ -98,7 +98,7 @@ LResult FakeDialogHost::dialog_box(int template_id, WindowHandle parent, DialogP
     }
     if (!w->ended) {
         w->ended = true;
-        w->end_code = unscripted_result;
+        w->end_code = 0;
     }
     w->timers.clear();
     return w->end_code;
@@ -280,8 +280,6 @@ int FakeDialogHost::combo_get_cur_sel(WindowHandle combo) {
 
 void FakeDialogHost::progress_set_range(WindowHandle bar, int low, int high) {
     record("progress_set_range", id_of(bar), low, high);
-    win(bar)->progress_low = low;
-    win(bar)->progress_high = high;
 }
 
 void FakeDialogHost::progress_set_pos(WindowHandle bar, int position) {
@@ -334,9 +332,6 @@ bool FakeDialogHost::list_is_item_selected(WindowHandle list, int row) {
 
 unsigned FakeDialogHost::set_timer(WindowHandle window, unsigned id, unsigned period_ms) {
     record("set_timer", id_of(window), id, period_ms);
-    if (fail_timers) {
-        return 0;
-    }
     win(window)->timers.insert(id);
     return id;
 }

@@ -33,7 +33,7 @@ class FakeDialogHost : public DialogHost {
         std::vector<std::vector<std::string>> rows;
         std::set<int> selected_rows;
         std::vector<std::string> columns;
-        int progress_low = 0, progress_high = 100, progress_pos = 0;
+        int progress_pos = 0;
         Rect client{0, 0, 100, 100};
         bool ended = false;
         LResult end_code = 0;
@@ -43,10 +43,9 @@ class FakeDialogHost : public DialogHost {
 
     // What a nested dialog does once it is open: deliver messages to it (through
     // send()), then return. Without a script, a nested dialog is opened, initialised,
-    // and ended with `unscripted_result` if it did not end itself.
+    // and ended with 0 if it did not end itself.
     using Script = std::function<void(FakeDialogHost& host, WindowHandle dialog)>;
     void script(int template_id, Script s) { scripts[template_id].push_back(std::move(s)); }
-    LResult unscripted_result = 0;
 
     // Opens a dialog the way dialog_box would (wm::init_dialog with `param`), but
     // returns at once with its window, so that the test can send it messages.
@@ -59,7 +58,6 @@ class FakeDialogHost : public DialogHost {
     LResult command(WindowHandle dialog, int id, unsigned code = 0);
     // Delivers posted messages until none is left.
     void pump();
-    std::size_t posted_count() const { return posted.size(); }
 
     // Control model access for assertions and for simulating the user.
     Window& control(WindowHandle dialog, int id);
@@ -88,7 +86,6 @@ class FakeDialogHost : public DialogHost {
     // Scripted answers.
     std::uint32_t tick = 0;
     std::optional<std::string> folder_choice;
-    bool fail_timers = false;
     std::set<int> missing_bitmaps;
 
     // DialogHost

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <string_view>
 
 using media::MajorType;
 using media::PinCategory;
@@ -11,64 +12,56 @@ using media::PinDirection;
 // ---- Names ------------------------------------------------------------------------------
 
 namespace {
-// Names of an enumeration's values in declaration order.
-template <class E, std::size_t N>
-std::string name_in(E value, const char* const (&names)[N]) {
-    const auto i = static_cast<std::size_t>(value);
-    return i < N ? names[i] : "?";
+// Names of an enumeration's values in declaration order, separated by spaces.
+constexpr std::size_t word_count(std::string_view words) {
+    return static_cast<std::size_t>(std::count(words.begin(), words.end(), ' ')) + 1;
 }
+
+template <class E>
+std::string name_in(E value, std::string_view words) {
+    for (auto i = static_cast<std::size_t>(value); i > 0; --i) {
+        const auto space = words.find(' ');
+        if (space == std::string_view::npos) {
+            return "?";
+        }
+        words.remove_prefix(space + 1);
+    }
+    return std::string(words.substr(0, words.find(' ')));
+}
+
+constexpr std::string_view iid_names =
+    "unknown base_filter pin enum_pins enum_media_types graph_builder capture_graph_builder "
+    "media_control media_event media_seeking video_window ext_device ext_transport "
+    "timecode_reader dropped_frames config_interleaving file_sink specify_property_pages "
+    "create_dev_enum enum_moniker moniker property_bag";
+static_assert(word_count(iid_names) == static_cast<std::size_t>(Iid::property_bag) + 1);
+constexpr std::string_view clsid_names =
+    "system_device_enum filter_graph capture_graph_builder dv_splitter";
+static_assert(word_count(clsid_names) == static_cast<std::size_t>(media::Clsid::dv_splitter) + 1);
+constexpr std::string_view category_names =
+    "video_input audio_input video_compressor audio_compressor";
+static_assert(word_count(category_names) ==
+              static_cast<std::size_t>(media::DeviceCategory::audio_compressor) + 1);
 }  // namespace
 
 std::string name_of(Iid iid) {
-    static const char* const names[] = {"unknown",
-                                        "base_filter",
-                                        "pin",
-                                        "enum_pins",
-                                        "enum_media_types",
-                                        "graph_builder",
-                                        "capture_graph_builder",
-                                        "media_control",
-                                        "media_event",
-                                        "media_seeking",
-                                        "video_window",
-                                        "ext_device",
-                                        "ext_transport",
-                                        "timecode_reader",
-                                        "dropped_frames",
-                                        "config_interleaving",
-                                        "file_sink",
-                                        "specify_property_pages",
-                                        "create_dev_enum",
-                                        "enum_moniker",
-                                        "moniker",
-                                        "property_bag"};
-    static_assert(std::size(names) == static_cast<std::size_t>(Iid::property_bag) + 1);
-    return name_in(iid, names);
+    return name_in(iid, iid_names);
 }
 
 std::string name_of(media::Clsid clsid) {
-    static const char* const names[] = {"system_device_enum", "filter_graph",
-                                        "capture_graph_builder", "dv_splitter"};
-    static_assert(std::size(names) == static_cast<std::size_t>(media::Clsid::dv_splitter) + 1);
-    return name_in(clsid, names);
+    return name_in(clsid, clsid_names);
 }
 
 std::string name_of(media::DeviceCategory category) {
-    static const char* const names[] = {"video_input", "audio_input", "video_compressor",
-                                        "audio_compressor"};
-    static_assert(std::size(names) ==
-                  static_cast<std::size_t>(media::DeviceCategory::audio_compressor) + 1);
-    return name_in(category, names);
+    return name_in(category, category_names);
 }
 
 std::string name_of(PinCategory category) {
-    static const char* const names[] = {"none", "capture", "preview"};
-    return name_in(category, names);
+    return name_in(category, "none capture preview");
 }
 
 std::string name_of(MajorType type) {
-    static const char* const names[] = {"none", "interleaved", "video", "audio"};
-    return name_in(type, names);
+    return name_in(type, "none interleaved video audio");
 }
 
 namespace {
@@ -1067,6 +1060,13 @@ FakePin* FakeCaptureBuilder::start_pin(FakeFilter& source, PinCategory category,
 }
 
 bool FakeCaptureBuilder::render_default(FakePin& out) {
+    // A new filter `name` whose one input `pin` takes `from`'s types, connected to it.
+    auto attach = [&](FakePin& from, const char* name, const char* pin) -> FakeFilter& {
+        FakeFilter& filter = add_new(ledger.make<FakeFilter>(name));
+        graph->connect(from,
+                       filter.add_pin(pin, PinDirection::input, PinCategory::none, from.types));
+        return filter;
+    };
     switch (out.major()) {
         case MajorType::interleaved: {
             FakeFilter& splitter = add_new(make_dv_splitter(ledger));
@@ -1078,24 +1078,16 @@ bool FakeCaptureBuilder::render_default(FakePin& out) {
             FakePin* video = &out;
             if (out.offers(media::MEDIASUBTYPE_dvsd) ||
                 out.offers(media::MEDIASUBTYPE_DVSD_upper)) {
-                FakeFilter& decoder = add_new(ledger.make<FakeFilter>("DV Video Decoder"));
-                decoder.add_pin("XForm In", PinDirection::input, PinCategory::none, out.types);
-                decoder.add_pin("XForm Out", PinDirection::output, PinCategory::none,
-                                {video_media_type(MEDIASUBTYPE_RGB24_fake)});
-                graph->connect(out, *decoder.pin("XForm In"));
-                video = decoder.pin("XForm Out");
+                video = &attach(out, "DV Video Decoder", "XForm In")
+                             .add_pin("XForm Out", PinDirection::output, PinCategory::none,
+                                      {video_media_type(MEDIASUBTYPE_RGB24_fake)});
             }
-            FakeFilter& renderer = add_new(ledger.make<FakeFilter>("Video Renderer"));
-            renderer.add_pin("Input", PinDirection::input, PinCategory::none, video->types);
-            graph->connect(*video, *renderer.pin("Input"));
+            attach(*video, "Video Renderer", "Input");
             return true;
         }
-        case MajorType::audio: {
-            FakeFilter& renderer = add_new(ledger.make<FakeFilter>("Audio Renderer"));
-            renderer.add_pin("Audio Input pin", PinDirection::input, PinCategory::none, out.types);
-            graph->connect(out, *renderer.pin("Audio Input pin"));
+        case MajorType::audio:
+            attach(out, "Audio Renderer", "Audio Input pin");
             return true;
-        }
         case MajorType::none:
             break;
     }
@@ -1144,24 +1136,20 @@ HRESULT FakeCaptureBuilder::connect_request(const Request& request, FakePin* sou
     if (!out || out->connected()) {
         return VFW_E_CANNOT_CONNECT;
     }
-    if (request.intermediate) {
-        FakePin* in = request.intermediate->free_input();
-        if (!in) {
-            return VFW_E_CANNOT_CONNECT;
+    // Connects `from` to the next free input of `to`; false when it has none.
+    auto link = [&](FakePin& from, FakeFilter& to) {
+        FakePin* in = to.free_input();
+        if (in) {
+            graph->connect(from, *in);
         }
-        graph->connect(*out, *in);
-        out = request.intermediate->free_output();
-        if (!out) {
-            return VFW_E_CANNOT_CONNECT;
-        }
+        return in != nullptr;
+    };
+    if (request.intermediate &&
+        (!link(*out, *request.intermediate) || !(out = request.intermediate->free_output()))) {
+        return VFW_E_CANNOT_CONNECT;
     }
     if (request.sink) {
-        FakePin* in = request.sink->free_input();
-        if (!in) {
-            return VFW_E_CANNOT_CONNECT;
-        }
-        graph->connect(*out, *in);
-        return S_OK;
+        return link(*out, *request.sink) ? S_OK : VFW_E_CANNOT_CONNECT;
     }
     return render_default(*out) ? S_OK : VFW_E_CANNOT_CONNECT;
 }

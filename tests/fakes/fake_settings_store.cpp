@@ -20,12 +20,9 @@ void FakeSettingsStore::put_dword(const std::string& name, std::uint32_t value) 
     keys[default_path][name] = v;
 }
 
-void FakeSettingsStore::put_text(const std::string& name, const std::string& text, bool with_zero) {
-    Value v{RegType::sz, std::vector<std::uint8_t>(text.begin(), text.end())};
-    if (with_zero) {
-        v.bytes.push_back(0);
-    }
-    keys[default_path][name] = v;
+void FakeSettingsStore::put_text(const std::string& name, const std::string& text) {
+    keys[default_path][name] =
+        Value{RegType::sz, std::vector<std::uint8_t>(text.begin(), text.end())};
 }
 
 void FakeSettingsStore::put_binary(const std::string& name,

@@ -38,7 +38,7 @@ class FakeSettingsStore : public SettingsStore {
 
     // Test setup helpers.
     void put_dword(const std::string& name, std::uint32_t value);
-    void put_text(const std::string& name, const std::string& text, bool with_zero = false);
+    void put_text(const std::string& name, const std::string& text);
     void put_binary(const std::string& name, const std::vector<std::uint8_t>& bytes);
     const Value* find(const std::string& name) const;
 
