@@ -98,7 +98,7 @@ TEST_F(Graphs, SetOutputFileFailureLeavesBothHoldersEmpty) {
     EXPECT_EQ(baseline.changes(), Strings{});
 }
 
-TEST_F(Graphs, DvType1CaptureIsTwoRequestsCaptureFirst) {
+TEST_F(Graphs, DvType1CaptureIsTwoRequestsCaptureFirstAndTakesALaterInterleavingMode) {
     connect_dv();
     graph->set_output_file("/tmp/a.avi");
     graph->build_dv_type1_capture();
@@ -111,6 +111,11 @@ TEST_F(Graphs, DvType1CaptureIsTwoRequestsCaptureFirst) {
     EXPECT_TRUE(media.builder.mux->pin("Input 01")->connected());
     EXPECT_NE(fake_graph.filter_named("DV Video Decoder"), nullptr);
     EXPECT_NE(fake_graph.filter_named("Video Renderer"), nullptr);
+    // A later interleaving mode is set, and its result ignored.
+    media.builder.mux->fail("put_mode", E_TEST1);
+    graph->set_interleaving(3);
+    EXPECT_EQ(media.builder.mux->modes, std::vector<int>{3});
+    EXPECT_EQ(media.builder.mux->refs(), 2);
 }
 
 TEST_F(Graphs, DvType2CaptureAddsTheSplitterSetsNoInterleavingThenThreeRequests) {
@@ -188,15 +193,6 @@ TEST_F(Graphs, DvType2FailuresRaiseTheirCodesAndDropOurSplitterReference) {
         g.teardown();
         EXPECT_EQ(mux.refs(), local.media.graph.contains(mux) ? 1 : 0);
     }
-}
-
-TEST_F(Graphs, InterleavingModeResultIsIgnored) {
-    connect_dv();
-    graph->set_output_file("/tmp/d.avi");
-    media.builder.mux->fail("put_mode", E_TEST1);
-    graph->set_interleaving(3);
-    EXPECT_EQ(media.builder.mux->modes, std::vector<int>{3});
-    EXPECT_EQ(media.builder.mux->refs(), 2);
 }
 
 TEST_F(Graphs, WdmCaptureIsFourRequestsCaptureFirstVideoBeforeAudio) {

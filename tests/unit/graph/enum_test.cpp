@@ -142,7 +142,7 @@ TEST_F(Enumeration, MissingFriendlyNameStopsTheListingAtThatDevice) {
     EXPECT_EQ(baseline.changes(), Strings{});
 }
 
-TEST_F(Enumeration, GetFilterBindsTheDeviceAtTheIndexOnly) {
+TEST_F(Enumeration, GetFilterBindsTheDeviceAtTheIndexOnlyAndReportsABindFailure) {
     RefBaseline baseline(media.ledger);
     {
         ComPtr<media::BaseFilter> third = graph.get_filter(DeviceCategory::video_compressor, 2);
@@ -156,12 +156,8 @@ TEST_F(Enumeration, GetFilterBindsTheDeviceAtTheIndexOnly) {
         EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::video_compressor, index); },
                            ERR_INDEX_NOT_IN_ENUM, S_OK));
     }
-    EXPECT_EQ(baseline.changes(), Strings{});
-}
-
-TEST_F(Enumeration, GetFilterReportsABindFailureAndTheSameDeviceElsewhereIsUntouched) {
+    // A bind failure is reported; the device before it is untouched.
     media.catalogue[DeviceCategory::audio_compressor][1].bind_result = E_TEST2;
-    RefBaseline baseline(media.ledger);
     EXPECT_TRUE(raises([&] { graph.get_filter(DeviceCategory::audio_compressor, 1); },
                        ERR_NOT_A_FILTER, E_TEST2));
     EXPECT_EQ(baseline.changes(), Strings{});
@@ -171,7 +167,7 @@ TEST_F(Enumeration, GetFilterReportsABindFailureAndTheSameDeviceElsewhereIsUntou
     EXPECT_EQ(media.ledger.count("moniker:MPEG Layer-3.bind_to_object"), 0u);
 }
 
-TEST_F(Enumeration, AddFilterNamesEachFilterObjectUniquely) {
+TEST_F(Enumeration, AddFilterNamesEachFilterObjectUniquelyAndReportsFailure) {
     ComPtr<media::BaseFilter> source = graph.get_filter(DeviceCategory::video_input, 0);
     ComPtr<media::BaseFilter> audio = graph.get_filter(DeviceCategory::audio_input, 1);
     graph.add_filter(source.get());
@@ -188,15 +184,19 @@ TEST_F(Enumeration, AddFilterNamesEachFilterObjectUniquely) {
     // The name belongs to the object: asking again gives the same one.
     EXPECT_EQ(filter_graph_name(source.get()), first);
     EXPECT_EQ(filter_graph_name(audio.get()), second);
+    // A failing add is reported and the caller keeps its reference.
+    ComPtr<media::BaseFilter> webcam = graph.get_filter(DeviceCategory::video_input, 1);
+    media.graph.fail("add_filter", E_TEST1);
+    EXPECT_TRUE(raises([&] { graph.add_filter(webcam.get()); }, ERR_ADD_FILTER, E_TEST1));
+    EXPECT_EQ(media.graph.filters.size(), 2u);
+    EXPECT_EQ(media.webcam.refs(), 1);
 }
 
-TEST(FilterNames, FormatIsEightLowerCaseZeroFilledDigits) {
+TEST(FilterNames, AreEightLowerCaseZeroFilledDigitsNeverSharedByLiveFilters) {
     EXPECT_EQ(filter_name_of(0x12AB40), "Filter 0012ab40");
     EXPECT_EQ(filter_name_of(0), "Filter 00000000");
     EXPECT_EQ(filter_name_of(0xDEADBEEF), "Filter deadbeef");
-}
-
-TEST(FilterNames, ManyLiveFiltersNeverShareAName) {
+    // Many live filters never share a name.
     FakeLedger ledger;
     std::set<std::string> names;
     for (int i = 0; i < 2000; ++i) {
@@ -206,12 +206,4 @@ TEST(FilterNames, ManyLiveFiltersNeverShareAName) {
         EXPECT_EQ(filter.refs(), 0);
     }
     EXPECT_EQ(names.size(), 2000u);
-}
-
-TEST_F(Enumeration, AddFilterFailureIsReportedAndTheCallerKeepsItsReference) {
-    ComPtr<media::BaseFilter> source = graph.get_filter(DeviceCategory::video_input, 1);
-    media.graph.fail("add_filter", E_TEST1);
-    EXPECT_TRUE(raises([&] { graph.add_filter(source.get()); }, ERR_ADD_FILTER, E_TEST1));
-    EXPECT_TRUE(media.graph.filters.empty());
-    EXPECT_EQ(media.webcam.refs(), 1);
 }
