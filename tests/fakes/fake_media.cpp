@@ -564,22 +564,18 @@ HRESULT FakeDvFilter::get_transport_basic_parameters(long param, long* length,
 HRESULT FakeDvFilter::get_timecode(media::TimecodeSample& sample) {
     log("get_timecode(" + std::to_string(sample.flags) + ")");
     timecode_requests.push_back(sample);
-    if (sample.flags == media::ED_DEVCAP_TIMECODE_READ) {
-        const HRESULT hr = script.result("get_timecode.timecode");
-        if (succeeded(hr)) {
-            sample.frames = timecode_bcd;
+    const bool track_read = sample.flags == media::ED_DEVCAP_ATN_READ;
+    if (!track_read && sample.flags != media::ED_DEVCAP_TIMECODE_READ) {
+        return E_INVALIDARG;
+    }
+    const HRESULT hr = script.result(track_read ? "get_timecode.track" : "get_timecode.timecode");
+    if (succeeded(hr)) {
+        sample.frames = track_read ? track : timecode_bcd;
+        if (!track_read) {
             sample.user = user_bits;
         }
-        return hr;
     }
-    if (sample.flags == media::ED_DEVCAP_ATN_READ) {
-        const HRESULT hr = script.result("get_timecode.track");
-        if (succeeded(hr)) {
-            sample.frames = track;
-        }
-        return hr;
-    }
-    return E_INVALIDARG;
+    return hr;
 }
 
 HRESULT FakeDroppedFrames::get_num_dropped(long* count) {
