@@ -206,50 +206,38 @@ void FakeDialogHost::enable_window(WindowHandle window, bool enable) {
 }
 
 void FakeDialogHost::set_dlg_item_text(WindowHandle dialog, int id, const std::string& text) {
-    in_template(dialog, id);
     record("set_dlg_item_text", id, text);
-    control(dialog, id).text = text;
+    item(dialog, id).text = text;
 }
 
 std::string FakeDialogHost::get_dlg_item_text(WindowHandle dialog, int id, int max_chars) {
-    in_template(dialog, id);
-    const std::string& t = control(dialog, id).text;
+    const std::string& t = item(dialog, id).text;
     return t.substr(0, static_cast<std::size_t>(std::max(0, max_chars - 1)));
 }
 
 void FakeDialogHost::set_dlg_item_int(WindowHandle dialog, int id, std::uint32_t value,
                                       bool is_signed) {
-    in_template(dialog, id);
     const std::string text =
         is_signed ? std::to_string(static_cast<std::int32_t>(value)) : std::to_string(value);
     record("set_dlg_item_int", id, text);
-    control(dialog, id).text = text;
+    item(dialog, id).text = text;
 }
 
 std::uint32_t FakeDialogHost::get_dlg_item_int(WindowHandle dialog, int id, bool is_signed) {
-    in_template(dialog, id);
-    const std::string& t = control(dialog, id).text;
-    const char* first = t.data();
-    const char* last = t.data() + t.size();
-    if (is_signed) {
-        std::int32_t v = 0;
-        auto r = std::from_chars(first, last, v);
-        return r.ec == std::errc() ? static_cast<std::uint32_t>(v) : 0;
-    }
-    std::uint32_t v = 0;
-    auto r = std::from_chars(first, last, v);
-    return r.ec == std::errc() ? v : 0;
+    const std::string& t = item(dialog, id).text;
+    std::int64_t v = 0;
+    const bool parsed = std::from_chars(t.data(), t.data() + t.size(), v).ec == std::errc();
+    const bool fits = is_signed ? v >= INT32_MIN && v <= INT32_MAX : v >= 0 && v <= UINT32_MAX;
+    return parsed && fits ? static_cast<std::uint32_t>(v) : 0;
 }
 
 void FakeDialogHost::check_dlg_button(WindowHandle dialog, int id, bool checked) {
-    in_template(dialog, id);
     record("check_dlg_button", id, checked);
-    control(dialog, id).checked = checked;
+    item(dialog, id).checked = checked;
 }
 
 bool FakeDialogHost::is_dlg_button_checked(WindowHandle dialog, int id) {
-    in_template(dialog, id);
-    return control(dialog, id).checked;
+    return item(dialog, id).checked;
 }
 
 void FakeDialogHost::check_radio_button(WindowHandle dialog, int first_id, int last_id,

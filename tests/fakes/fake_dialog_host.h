@@ -171,6 +171,11 @@ class FakeDialogHost : public DialogHost {
     Window* make_window(int id, Window* parent);
     // False (and noted) when control_exists says the dialog's template lacks `id`.
     bool in_template(WindowHandle dialog, int id);
+    // A control looked up by id, checked against the template.
+    Window& item(WindowHandle dialog, int id) {
+        in_template(dialog, id);
+        return control(dialog, id);
+    }
     // Records "name(arg,arg)": strings as they are, bools as 1/0, numbers in decimal.
     template <class... Args>
     void record(const char* name, const Args&... args) {
