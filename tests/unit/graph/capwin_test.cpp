@@ -182,7 +182,8 @@ TEST_F(Win, RunAndStopCallThePlatformOnlyOnAChangeOfState) {
     EXPECT_TRUE(win->running());
 }
 
-TEST_F(Win, PaneWithoutCapWinAnswersOnItsOwn) {
+TEST_F(Win, PaneAnswersOnItsOwnUntilAttachedThenFollowsResizesNeverErasesAndForwardsEvents) {
+    // A pane without a CapWin answers on its own.
     WindowHandle other = host.get_dlg_item(dialog, 102);
     EXPECT_EQ(CapWin::pane_proc(other, wm::size, 0, 0), 0);
     EXPECT_EQ(CapWin::pane_proc(other, wm::erase_background, 0, 0), 1);
@@ -191,9 +192,6 @@ TEST_F(Win, PaneWithoutCapWinAnswersOnItsOwn) {
     EXPECT_EQ(media.ledger.count("host.post_message"), 0u);
     EXPECT_EQ(media.ledger.count("host.call_window_proc"), 0u);
     EXPECT_EQ(media.ledger.count("graph."), 0u);
-}
-
-TEST_F(Win, AttachedPaneFollowsResizesNeverErasesAndForwardsGraphEvents) {
     win->attach(pane, graph_builder);
     host.control(dialog, pane_id).client = Rect{0, 0, 640, 480};
     media.ledger.calls.clear();
