@@ -37,6 +37,18 @@ struct WatchingSystem : FakeSystem {
     }
 };
 
+// Texts of the message and error dialogs shown so far, in order.
+inline std::vector<std::string> shown_messages(const FakeDialogHost& host) {
+    const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
+    std::vector<std::string> out;
+    for (const std::string& c : host.calls) {
+        if (c.rfind(prefix, 0) == 0) {
+            out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
+        }
+    }
+    return out;
+}
+
 struct AppRig {
     FakeDialogHost host;
     WatchingSystem system;
@@ -88,17 +100,7 @@ struct AppRig {
 
     WindowHandle main_pane() { return host.get_dlg_item(main_window, IDC_PREVIEW); }
 
-    // Texts of the message and error dialogs shown so far, in order.
-    std::vector<std::string> messages() const {
-        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
-        std::vector<std::string> out;
-        for (const std::string& c : host.calls) {
-            if (c.rfind(prefix, 0) == 0) {
-                out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
-            }
-        }
-        return out;
-    }
+    std::vector<std::string> messages() const { return shown_messages(host); }
     // Transport modes sent to the deck since `mark` (an index into deck.modes).
     std::vector<long> modes_since(std::size_t mark) const {
         return {deck.modes.begin() + static_cast<std::ptrdiff_t>(mark), deck.modes.end()};

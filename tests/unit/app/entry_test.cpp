@@ -52,16 +52,7 @@ struct EntryRig {
             return e.code;
         }
     }
-    std::vector<std::string> messages() const {
-        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
-        std::vector<std::string> out;
-        for (const std::string& c : host.calls) {
-            if (c.rfind(prefix, 0) == 0) {
-                out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
-            }
-        }
-        return out;
-    }
+    std::vector<std::string> messages() const { return shown_messages(host); }
 };
 }  // namespace
 

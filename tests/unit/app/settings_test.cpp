@@ -9,15 +9,10 @@
 #include "tests/unit/app/app_rig.h"
 
 namespace {
-std::vector<std::uint8_t> bytes_of(double d) {
-    std::vector<std::uint8_t> out(8);
-    std::memcpy(out.data(), &d, 8);
-    return out;
-}
-
-std::vector<std::uint8_t> bytes_of(std::uint32_t v) {
-    std::vector<std::uint8_t> out(4);
-    std::memcpy(out.data(), &v, 4);
+template <class T>
+std::vector<std::uint8_t> bytes_of(T v) {
+    std::vector<std::uint8_t> out(sizeof v);
+    std::memcpy(out.data(), &v, sizeof v);
     return out;
 }
 }  // namespace
