@@ -7,7 +7,14 @@
 
 namespace {
 const std::string low_disk = "Warning: low disk space on output directory (10)";
+
+// One check with the disk far below the warning threshold.
+void check_low_disk(CapApp& a) {
+    bool warned = false;
+    a.free_fraction = 0.01;
+    a.low_disk_check(warned);
 }
+}  // namespace
 
 TEST(RecordToggle, OnADvVcrItRecordsIntoTheNextFileAndBackToPreviewWithTheTapePlaying) {
     AppRig rig;
@@ -143,9 +150,7 @@ TEST(DiskCheck, LowDiskWhileRecordingEndsTheRecordingIntoAStoppedPreview) {
     CapApp& a = rig.start();
     ASSERT_TRUE(a.toggle_recording());
     const std::size_t mark = rig.deck.modes.size();
-    bool warned = false;
-    a.free_fraction = 0.01;
-    a.low_disk_check(warned);
+    check_low_disk(a);
     EXPECT_FALSE(a.recording);
     EXPECT_EQ(rig.messages(), std::vector<std::string>{low_disk});
     // The tape stays stopped; the preview graph is built but neither shown nor run.
@@ -161,9 +166,7 @@ TEST(DiskCheck, LowDiskWhileRecordingIntoAVanishedFolderOnlyWarns) {
     CapApp& a = rig.start();
     ASSERT_TRUE(a.toggle_recording());
     rig.system.existing_paths.clear();
-    bool warned = false;
-    a.free_fraction = 0.01;
-    a.low_disk_check(warned);
+    check_low_disk(a);
     EXPECT_TRUE(a.recording);
     EXPECT_TRUE(a.win->running());
     EXPECT_EQ(rig.messages(), std::vector<std::string>{low_disk});
@@ -174,10 +177,8 @@ TEST(DiskCheck, LowDiskDuringABatchOnlyAsksItToStop) {
     CapApp& a = rig.start();
     a.inbatch = true;
     a.callback = &rig.callback;
-    bool warned = false;
-    a.free_fraction = 0.01;
     const std::size_t calls = rig.media.ledger.calls.size();
-    a.low_disk_check(warned);
+    check_low_disk(a);
     EXPECT_TRUE(rig.callback.aborted);
     EXPECT_EQ(rig.media.ledger.calls.size(), calls);
     EXPECT_EQ(rig.messages(), std::vector<std::string>{low_disk});
