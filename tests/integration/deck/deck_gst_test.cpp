@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,9 +37,13 @@ std::string run(const std::string& command) {
 class DeckGst : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+    // Every test starts with a PAL tape of plan() in a folder of its own.
     void SetUp() override {
         dir_ = fs::temp_directory_path() / ("kc-deck-" + std::to_string(::getpid()));
         fs::create_directories(dir_);
+        tape_ = dir_ / "tape.dv";
+        std::string error;
+        ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), tape_, error)) << error;
     }
     void TearDown() override { fs::remove_all(dir_); }
 
@@ -107,6 +113,7 @@ class DeckGst : public ::testing::Test {
     }
 
     fs::path dir_;
+    fs::path tape_;
 };
 
 TEST_F(DeckGst, GeneratedTapesCarryThePlannedTimecodeForFfprobeAndTheDeck) {
@@ -145,14 +152,11 @@ TEST_F(DeckGst, WritingToAMissingFolderFailsWithAClearErrorAndLeavesNothing) {
     std::string error;
     EXPECT_FALSE(write_tape(plan(DvSystem::pal_625_50), dir_ / "no" / "tape.dv", error));
     EXPECT_NE(error.find("Cannot create"), std::string::npos) << error;
-    EXPECT_TRUE(fs::is_empty(dir_));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_), {}), 1) << "only the set-up's tape";
 }
 
 TEST_F(DeckGst, UnpacedSourcePlaysTheWholeTapeThroughTheDvDemultiplexer) {
-    const fs::path path = dir_ / "tape.dv";
-    std::string error;
-    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
-    auto vcr = deck(path);
+    auto vcr = deck(tape_);
     ASSERT_EQ(vcr->set_mode(static_cast<long>(TransportMode::play)), S_OK);
     const fs::path copy = dir_ / "out.dv";
     EXPECT_EQ(play(make_deck_source(vcr), "demux"), "");
@@ -163,15 +167,12 @@ TEST_F(DeckGst, UnpacedSourcePlaysTheWholeTapeThroughTheDvDemultiplexer) {
     }
     vcr->set_mode(static_cast<long>(TransportMode::play));
     EXPECT_EQ(play(make_deck_source(vcr), "filesink location=" + copy.string()), "");
-    EXPECT_EQ(fs::file_size(copy), fs::file_size(path)) << "every frame once, none dropped";
+    EXPECT_EQ(fs::file_size(copy), fs::file_size(tape_)) << "every frame once, none dropped";
     EXPECT_EQ(vcr->counters().dropped, 0);
 }
 
 TEST_F(DeckGst, TheDeviceDisappearingPostsAResourceError) {
-    const fs::path path = dir_ / "tape.dv";
-    std::string error;
-    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
-    auto vcr = deck(path);
+    auto vcr = deck(tape_);
     vcr->set_mode(static_cast<long>(TransportMode::play));
     vcr->set_faults(VcrFaults{true, false, false, 0});
     const std::string message = play(make_deck_source(vcr), "fakesink");
@@ -193,12 +194,9 @@ void on_handoff(GstElement*, GstBuffer* buffer, GstPad*, gpointer data) {
 }
 
 TEST_F(DeckGst, PacedPauseRepeatsTheStillFrameAsTheClockRuns) {
-    const fs::path path = dir_ / "tape.dv";
-    std::string error;
-    ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), path, error)) << error;
     std::error_code ec;
     auto clock = std::make_shared<ManualClock>();
-    auto vcr = make_vcr(TapeImage::open(path, TapeAccess::mapped, ec), clock);
+    auto vcr = make_vcr(TapeImage::open(tape_, TapeAccess::mapped, ec), clock);
     vcr->seek_track(5 * 12);  // arrives at once: no clock time passes
     clock->advance_ms(1000);
     ASSERT_EQ(vcr->state().mode, TransportMode::freeze);
@@ -254,9 +252,7 @@ TEST_F(DeckGst, DemoTapeIsMadeOnceInTheCacheAndBadImagesGiveClearErrors) {
     EXPECT_FALSE(open_virtual_deck((dir_ / "missing.dv").string(), true, error));
     EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
     const fs::path text = dir_ / "notes.txt";
-    std::FILE* f = std::fopen(text.c_str(), "w");
-    std::fputs("not a tape", f);
-    std::fclose(f);
+    std::ofstream(text) << "not a tape";
     EXPECT_FALSE(open_virtual_deck(text.string(), true, error));
     EXPECT_NE(error.find("no DV frames"), std::string::npos) << error;
     ::unsetenv("XDG_CACHE_HOME");
