@@ -28,6 +28,8 @@ struct SceneRig : AppRig {
         media.builder.dropped.not_dropped = 100;
         system.folders[system.videos] = {"kestrel 011.avi"};
     }
+    // Tests may leave a capture running; the application goes with the rig.
+    ~SceneRig() { a.inbatch = false; }
     void begin() { a.start_scene_capture(&callback, first); }
     // The file started by this step, empty when none.
     std::string step(const Timecode& t) {
@@ -66,7 +68,6 @@ TEST(SceneDetect, ForwardStepsKeepTheSceneABackwardJumpStartsTheNextFile) {
     EXPECT_EQ(rig.modes_since(mark), (std::vector<long>{media::ED_MODE_STOP, media::ED_MODE_PLAY}));
     EXPECT_EQ(rig.a.current_file, rig.path("kestrel 012 2.avi"));
     EXPECT_TRUE(rig.callback.fractions.empty()) << "scene detection reports no progress";
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, SixtyFramesAheadIsTheSameSceneSixtyOneIsABreak) {
@@ -77,7 +78,6 @@ TEST(SceneDetect, SixtyFramesAheadIsTheSameSceneSixtyOneIsABreak) {
     EXPECT_EQ(rig.step(tc(0, 10, 4, 21)), rig.path("kestrel 012 2.avi"));
     // Zero frames (a paused picture) is the same scene.
     EXPECT_EQ(rig.step(tc(0, 10, 4, 21)), "");
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, TheUserFlagBreaksWhateverTheStep) {
@@ -85,7 +85,6 @@ TEST(SceneDetect, TheUserFlagBreaksWhateverTheStep) {
     rig.begin();
     EXPECT_EQ(rig.step(tc(0, 10, 0, 5, true)), rig.path("kestrel 012 2.avi"));
     EXPECT_EQ(rig.step(tc(0, 10, 0, 6)), "");
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, AShortFileIsDeletedOnceClosedAndItsNameIsUsedAgain) {
@@ -105,7 +104,6 @@ TEST(SceneDetect, AShortFileIsDeletedOnceClosedAndItsNameIsUsedAgain) {
     rig.media.builder.dropped.not_dropped = 2;
     EXPECT_EQ(rig.step(tc(0, 30, 0, 0)), rig.path("kestrel 012 2.avi"));
     EXPECT_EQ(rig.deletions().size(), 1u);
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, AFailingFrameCountCountsAsNoFrames) {
@@ -114,7 +112,6 @@ TEST(SceneDetect, AFailingFrameCountCountsAsNoFrames) {
     rig.media.builder.dropped.fail("get_num_not_dropped", E_FAIL);
     rig.step(tc(0, 20, 0, 0));
     EXPECT_EQ(rig.deletions().size(), 1u);
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, TheTapeStoppingEndsTheCaptureAndDeletesAShortLastFileAfterDisconnecting) {
@@ -163,7 +160,6 @@ TEST(SceneDetect, EveryCaptureStartsAgainAtOneWithANewBase) {
     rig.system.folders[rig.system.videos] = {"kestrel 012 1.avi", "kestrel 012 2.avi"};
     rig.begin();
     EXPECT_EQ(rig.first, rig.path("kestrel 013 1.avi"));
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, ANonDvSourceIsRefusedWithAClearErrorAndNothingStarts) {
@@ -181,7 +177,6 @@ TEST(SceneDetectDeathTest, StartingTwiceOrSteppingOutsideACaptureIsAProgrammingE
     EXPECT_DEATH(rig.a.scene_step(tc(0, 0, 0, 0), out), "inbatch");
     rig.begin();
     EXPECT_DEATH(rig.begin(), "!inbatch");
-    rig.a.inbatch = false;
 }
 
 TEST(SceneDetect, AStepAfterTheDeckWasLetGoOfEndsTheCaptureQuietly) {
