@@ -104,15 +104,22 @@ TEST(Batch, AnEmptySceneListStartsNoCapture) {
     EXPECT_EQ(rig.media.ledger.calls.size(), calls);
 }
 
-TEST(Batch, ANonDvSourceIsRefusedBeforeAnythingChanges) {
-    AppRig rig;
-    CapApp& a = rig.start(1);
-    a.add_job(Timecode{})->out_point.track = 10;
-    const auto [code, hr] = com_error_of([&] { a.start_batch(&rig.callback); });
-    EXPECT_EQ(code, ERR_DEVICE_IF);
-    EXPECT_EQ(hr, S_OK);
-    EXPECT_FALSE(a.inbatch);
-    EXPECT_TRUE(rig.media.builder.output_paths.empty());
+// Both kinds of automatic capture need a DV deck.
+TEST(Batch, ANonDvSourceIsRefusedBeforeAnythingChangesAsIsSceneDetection) {
+    for (bool scenes : {false, true}) {
+        SCOPED_TRACE(scenes ? "scene detection" : "batch");
+        AppRig rig;
+        CapApp& a = rig.start(1);
+        a.add_job(Timecode{})->out_point.track = 10;
+        std::string first;
+        const auto [code, hr] = com_error_of([&] {
+            scenes ? a.start_scene_capture(&rig.callback, first) : a.start_batch(&rig.callback);
+        });
+        EXPECT_EQ(code, ERR_DEVICE_IF);
+        EXPECT_EQ(hr, S_OK);
+        EXPECT_FALSE(a.inbatch);
+        EXPECT_TRUE(rig.media.builder.output_paths.empty());
+    }
 }
 
 TEST(Batch, AnUnreadableTrackNeitherEndsASceneNorMovesTheBar) {

@@ -23,7 +23,7 @@ constexpr std::uint32_t bcd(int h, int m, int s, int f) {
 struct SceneRig : AppRig {
     CapApp& a;
     std::string first;
-    explicit SceneRig(int video_device = 0) : a(start(video_device)) {
+    SceneRig() : a(start()) {
         deck.timecode_bcd = bcd(0, 10, 0, 0);
         media.builder.dropped.not_dropped = 100;
         system.folders[system.videos] = {"kestrel 011.avi"};
@@ -160,15 +160,6 @@ TEST(SceneDetect, EveryCaptureStartsAgainAtOneWithANewBase) {
     rig.system.folders[rig.system.videos] = {"kestrel 012 1.avi", "kestrel 012 2.avi"};
     rig.begin();
     EXPECT_EQ(rig.first, rig.path("kestrel 013 1.avi"));
-}
-
-TEST(SceneDetect, ANonDvSourceIsRefusedWithAClearErrorAndNothingStarts) {
-    SceneRig rig(1);
-    const auto [code, hr] = com_error_of([&] { rig.begin(); });
-    EXPECT_EQ(code, ERR_DEVICE_IF);
-    EXPECT_EQ(hr, S_OK);
-    EXPECT_FALSE(rig.a.inbatch);
-    EXPECT_TRUE(rig.media.builder.output_paths.empty());
 }
 
 TEST(SceneDetectDeathTest, StartingTwiceOrSteppingOutsideACaptureIsAProgrammingError) {
