@@ -3,7 +3,7 @@
 
 #include "tests/unit/app/app_rig.h"
 
-TEST(CapAppConnect, ADvDeviceIsAttachedForControlAndGetsNoAudioSource) {
+TEST(CapAppConnect, ADvDeviceIsAttachedForControlGetsNoAudioSourceAndIsAVcrUnlessACamera) {
     AppRig rig;
     CapApp& a = rig.make();
     a.connect();
@@ -13,6 +13,13 @@ TEST(CapAppConnect, ADvDeviceIsAttachedForControlAndGetsNoAudioSource) {
     EXPECT_TRUE(a.dv_vcr());
     EXPECT_FALSE(a.graph->audio_source.valid());
     EXPECT_TRUE(rig.media.graph.contains(rig.deck));
+
+    // A camera is DV but not a VCR.
+    AppRig camera_rig;
+    camera_rig.deck.device_type = media::ED_DEVTYPE_CAMERA;
+    CapApp& camera = camera_rig.start();
+    EXPECT_EQ(camera.dv_mode, 2);
+    EXPECT_FALSE(camera.dv_vcr());
 }
 
 TEST(CapAppConnect, AnyOtherDeviceGetsTheChosenAudioSourceAndNoDeviceControl) {
@@ -29,14 +36,6 @@ TEST(CapAppConnect, AnyOtherDeviceGetsTheChosenAudioSourceAndNoDeviceControl) {
     EXPECT_TRUE(rig.media.graph.contains(rig.media.webcam));
     EXPECT_TRUE(rig.media.graph.contains(rig.media.line_in));
     EXPECT_FALSE(rig.media.graph.contains(rig.media.microphone));
-}
-
-TEST(CapAppConnect, ACameraIsDvButNotAVcr) {
-    AppRig rig;
-    rig.deck.device_type = media::ED_DEVTYPE_CAMERA;
-    CapApp& a = rig.start();
-    EXPECT_EQ(a.dv_mode, 2);
-    EXPECT_FALSE(a.dv_vcr());
 }
 
 TEST(CapAppConnect, NoDeviceAtTheIndexRaisesFilterIndexNotInEnum) {
