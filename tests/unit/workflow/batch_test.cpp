@@ -11,10 +11,7 @@ struct BatchRig : AppRig {
     BatchRig() : a(start()) {}
 
     CapJob* scene(const std::string& name, std::int32_t start_track, std::int32_t out_track) {
-        Timecode in;
-        in.clear();
-        in.track = start_track;
-        CapJob* job = a.add_job(in);
+        CapJob* job = a.add_job(Timecode{.track = start_track});
         job->name = name;
         job->out_point.track = out_track;
         return job;

@@ -5,14 +5,7 @@
 
 namespace {
 Timecode tc(int h, int m, int s, int f, bool flag = false) {
-    Timecode t;
-    t.clear();
-    t.hours = h;
-    t.minutes = m;
-    t.seconds = s;
-    t.frames = f;
-    t.user_flag = flag;
-    return t;
+    return Timecode{.hours = h, .minutes = m, .seconds = s, .frames = f, .user_flag = flag};
 }
 
 constexpr std::uint32_t bcd(int h, int m, int s, int f) {

@@ -5,12 +5,7 @@
 
 namespace {
 Timecode at_track(std::int32_t track) {
-    Timecode tc;
-    tc.clear();
-    tc.minutes = 3;
-    tc.frames = 7;
-    tc.track = track;
-    return tc;
+    return Timecode{.minutes = 3, .frames = 7, .track = track};
 }
 
 std::vector<std::string> names(CapApp& a) {
