@@ -16,6 +16,7 @@
 #include "deck/tape_image.h"
 #include "deck/tape_time.h"
 #include "deck/vcr_control.h"
+#include "tests/unit/workflow/temp_dir.h"
 
 namespace kc::deck {
 namespace {
@@ -39,13 +40,9 @@ class DeckGst : public ::testing::Test {
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
     // Every test starts with a PAL tape of plan() in a folder of its own.
     void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("kc-deck-" + std::to_string(::getpid()));
-        fs::create_directories(dir_);
-        tape_ = dir_ / "tape.dv";
         std::string error;
         ASSERT_TRUE(write_tape(plan(DvSystem::pal_625_50), tape_, error)) << error;
     }
-    void TearDown() override { fs::remove_all(dir_); }
 
     // Two short recordings with a timecode break, the second one's start flagged.
     TapePlan plan(DvSystem system) {
@@ -112,8 +109,9 @@ class DeckGst : public ::testing::Test {
         return result;
     }
 
-    fs::path dir_;
-    fs::path tape_;
+    TempDir tmp_;
+    fs::path dir_{tmp_.path()};
+    fs::path tape_{dir_ / "tape.dv"};
 };
 
 TEST_F(DeckGst, GeneratedTapesCarryThePlannedTimecodeForFfprobeAndTheDeck) {
