@@ -20,7 +20,7 @@
 #include "app/capapp.h"
 #include "app/errors.h"
 #include "app/globals.h"
-#include "deck/dv_frame.h"
+#include "dv/dv_frame.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/tape_image.h"
 #include "platform/gst/media/gst_media.h"
