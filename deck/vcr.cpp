@@ -49,7 +49,8 @@ std::int64_t VirtualVcr::position_at(std::int64_t t_ms) const {
                                      ? std::int64_t{motion_.speed} * 1000 * taken_
                                      : motion_.speed * (t_ms - t0_ms_) * rate_.num / rate_.den;
     const std::int64_t p = pos0_mf_ + motion_.direction * covered;
-    return std::clamp<std::int64_t>(p, 0, end_mf());
+    // A seek may run off the tape's end; any other motion stops on the last frame.
+    return std::clamp<std::int64_t>(p, 0, seek_target_mf_ ? end_mf() : last_mf());
 }
 
 // Carries the model forward to `now_ms`, making each transition that falls due on the way
@@ -58,7 +59,7 @@ std::int64_t VirtualVcr::position_at(std::int64_t t_ms) const {
 void VirtualVcr::advance(std::int64_t now_ms) {
     while (motion_.direction != 0) {
         const std::int64_t limit =
-            seek_target_mf_ ? *seek_target_mf_ : (motion_.direction > 0 ? end_mf() : 0);
+            seek_target_mf_ ? *seek_target_mf_ : (motion_.direction > 0 ? last_mf() : 0);
         if (fetch_driven()) {
             const std::int64_t p = pos0_mf_ + motion_.direction * motion_.speed * 1000 * taken_;
             if ((motion_.direction > 0 && p < limit) || (motion_.direction < 0 && p > limit)) {
@@ -85,7 +86,7 @@ void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
     motion_ = motion;
     next_tick_ = 0;
     // Moving against an end the tape already touches goes nowhere.
-    if ((motion.direction > 0 && pos0_mf_ >= end_mf() && !seek_target_mf_) ||
+    if ((motion.direction > 0 && pos0_mf_ >= last_mf() && !seek_target_mf_) ||
         (motion.direction < 0 && pos0_mf_ <= 0 && !seek_target_mf_)) {
         mode_ = TransportMode::stop;
         motion_ = Motion{};
@@ -215,6 +216,38 @@ HRESULT VirtualVcr::seek_track(std::int64_t track) {
     }
     changed_.notify_all();
     return S_OK;
+}
+
+HRESULT VirtualVcr::wait_for_seek(std::int64_t max_wait_ms) {
+    std::unique_lock lock(mutex_);
+    const std::int64_t give_up = clock_.now_ms() + std::max<std::int64_t>(max_wait_ms, 0);
+    for (;;) {
+        const std::int64_t now = clock_.now_ms();
+        advance(now);
+        if (faults_.device_lost) {
+            return device_lost_error;
+        }
+        if (!seek_target_mf_) {
+            return S_OK;
+        }
+        if (now >= give_up) {
+            return hresult_from_errno(ETIMEDOUT);
+        }
+        // The arrival falls due at a time the model can tell; a command from another thread
+        // (or the device going) wakes the wait early.
+        std::int64_t arrival = now + 1;
+        if (motion_.speed > 0) {
+            const std::int64_t distance = std::abs(*seek_target_mf_ - pos0_mf_);
+            arrival = std::max(arrival, t0_ms_ + ceil_div(distance * rate_.den,
+                                                          std::int64_t{motion_.speed} * rate_.num));
+        }
+        clock_.wait_until(changed_, lock, std::min(arrival, give_up));
+    }
+}
+
+void VirtualVcr::set_wind_speed(int speed) {
+    std::lock_guard lock(mutex_);
+    options_.wind_speed = std::max(speed, 1);
 }
 
 HRESULT VirtualVcr::avc_command(std::span<const std::uint8_t> frame) {

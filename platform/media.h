@@ -293,7 +293,9 @@ class ExtTransport : public Unknown {
     // the tape plays.
     virtual HRESULT get_status(long item, long* value) = 0;
     // With ED_RAW_EXT_DEV_CMD: sends the *length bytes of `frame` as one AV/C command
-    // and returns when the device has accepted it.
+    // and returns with the device's final response. A command the device carries out over
+    // time (the ABSOLUTE TRACK NUMBER search) returns when it is done, or fails when it
+    // fails or does not finish within the driver's time limit.
     virtual HRESULT get_transport_basic_parameters(long param, long* length,
                                                    std::uint8_t* frame) = 0;
 };

@@ -99,7 +99,7 @@ static gboolean kc_deck_src_unlock_stop(GstBaseSrc* src) {
 static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
     kc::deck::SourceState* s = as_deck(src)->state;
     const kc::deck::FrameRate rate = kc::deck::frame_rate(s->vcr->system());
-    const bool paced = s->vcr->options().pacing == kc::deck::Pacing::real_time;
+    const bool paced = s->vcr->pacing() == kc::deck::Pacing::real_time;
     kc::deck::FetchedFrame info;
     for (;;) {
         if (s->flushing) {
@@ -118,7 +118,8 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
             return GST_FLOW_FLUSHING;
         }
         if (!paced && status == kc::deck::FetchStatus::no_picture &&
-            s->vcr->state().frame() >= s->vcr->tape().frame_count()) {
+            s->vcr->state().mode == kc::deck::TransportMode::stop &&
+            s->vcr->state().frame() >= s->vcr->tape().frame_count() - 1) {
             // Unpaced, a tape played to its end ends the stream, so that a test or a
             // benchmark finishes when the tape does.
             return GST_FLOW_EOS;
@@ -171,7 +172,7 @@ namespace kc::deck {
 
 GstElement* make_deck_source(std::shared_ptr<VirtualVcr> vcr) {
     auto* element = static_cast<GstElement*>(g_object_new(kc_deck_src_get_type(), nullptr));
-    const bool paced = vcr->options().pacing == Pacing::real_time;
+    const bool paced = vcr->pacing() == Pacing::real_time;
     as_deck(element)->state->vcr = std::move(vcr);
     gst_base_src_set_live(GST_BASE_SRC(element), paced);
     gst_base_src_set_do_timestamp(GST_BASE_SRC(element), paced);
