@@ -57,6 +57,11 @@ std::int64_t VirtualVcr::position_at(std::int64_t t_ms) const {
 // (arrival at a seek target, at either end of the tape) at its own moment, so that what
 // follows it (a play after a seek) runs from there.
 void VirtualVcr::advance(std::int64_t now_ms) {
+    if (laced_at_ms_ && *laced_at_ms_ <= now_ms) {
+        const std::int64_t at = *laced_at_ms_;
+        laced_at_ms_.reset();
+        begin(TransportMode::play, Motion{1, 1, true}, at);
+    }
     while (motion_.direction != 0) {
         const std::int64_t limit =
             seek_target_mf_ ? *seek_target_mf_ : (motion_.direction > 0 ? last_mf() : 0);
@@ -79,6 +84,7 @@ void VirtualVcr::advance(std::int64_t now_ms) {
 }
 
 void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
+    laced_at_ms_.reset();
     pos0_mf_ = position_at(now_ms);
     t0_ms_ = now_ms;
     taken_ = 0;
@@ -134,7 +140,13 @@ HRESULT VirtualVcr::set_mode(long mode) {
     const int search = options_.fastest_play_speed;
     switch (m) {
         case TransportMode::play:
-            begin(m, Motion{1, 1, true}, now);
+            if (mode_ == TransportMode::stop && options_.lace_ms > 0 &&
+                position_at(now) < last_mf()) {
+                begin(m, Motion{}, now);
+                laced_at_ms_ = now + options_.lace_ms;
+            } else {
+                begin(m, Motion{1, 1, true}, now);
+            }
             break;
         case TransportMode::stop:
             begin(m, Motion{}, now);
@@ -320,6 +332,9 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         return Fetch::device_lost;
     }
     if (!motion_.picture) {
+        if (laced_at_ms_ && next_due_ms != nullptr) {
+            *next_due_ms = *laced_at_ms_;  // the first frame comes as the tape starts
+        }
         return Fetch::no_picture;
     }
     std::int64_t frame = 0;
@@ -343,6 +358,7 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         }
         if (streaming_) {
             counters_.dropped += last - next_tick_;
+            dropped_since_taken_ += last - next_tick_;
             due_seen_ += last - next_tick_;
         }
         next_tick_ = last + 1;
@@ -361,10 +377,12 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
     if (dropped_by_fault) {
         drop_next_ = std::max(drop_next_ - 1, 0);
         ++counters_.dropped;
+        ++dropped_since_taken_;
         return Fetch::not_due;
     }
     ++counters_.delivered;
-    info = FetchedFrame{frame, due, mode_};
+    info = FetchedFrame{frame, due, mode_, dropped_since_taken_};
+    dropped_since_taken_ = 0;
     return Fetch::frame;
 }
 
@@ -375,6 +393,7 @@ FetchStatus VirtualVcr::copy_frame(const FetchedFrame& info, std::vector<std::ui
         std::lock_guard lock(mutex_);
         --counters_.delivered;
         ++counters_.dropped;
+        dropped_since_taken_ += 1 + info.dropped_before;
         return FetchStatus::not_due;
     }
     return FetchStatus::frame;
@@ -441,6 +460,7 @@ void VirtualVcr::start_stream() {
     // A capture filter counts from the moment its graph runs, so each stream counts anew:
     // a recording's frame count must not include the preview's that ran before it.
     counters_ = FrameCounters{};
+    dropped_since_taken_ = 0;
     // Frames that fell due before the stream began were never missed by it.
     if (motion_.picture && !fetch_driven()) {
         next_tick_ = std::max(next_tick_, (now - t0_ms_) * rate_.num / (1000 * rate_.den));

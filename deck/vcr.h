@@ -7,7 +7,7 @@
 // a position is its frame times the tracks per frame (10 on 525-60, 12 on 625-50).
 //
 // Transport, with the mode values the device reports (the DV device-control table):
-//   play 4296           forward at the frame rate, with picture
+//   play 4296           forward at the frame rate, with picture (from stop, after lace_ms)
 //   stop 4297           still, no picture
 //   freeze 4298         pause: still, the current frame's picture repeated
 //   fast forward 4300   wind forward at wind_speed times play speed, no picture
@@ -80,6 +80,9 @@ struct VcrOptions {
     int wind_speed = 30;
     int fastest_play_speed = 10;
     Pacing pacing = Pacing::real_time;
+    // Play from stop first threads the tape around the head drum, as a deck does: the mode
+    // is play at once, the tape moves and the picture comes this much later. 0: at once.
+    int lace_ms = 0;
 };
 
 struct VcrFaults {
@@ -118,6 +121,8 @@ struct FetchedFrame {
     // Clock time at which the frame fell due: its presentation time.
     std::int64_t due_ms = 0;
     TransportMode mode = TransportMode::play;
+    // Frames of the stream counted as dropped since the frame taken before this one.
+    std::int64_t dropped_before = 0;
 };
 
 // The result every call gives while the device is lost: "no such device".
@@ -230,6 +235,8 @@ class VirtualVcr {
     std::int64_t taken_ = 0;
     std::optional<std::int64_t> seek_target_mf_;
     TransportMode after_seek_ = TransportMode::freeze;
+    // While play threads the tape: when it starts to move.
+    std::optional<std::int64_t> laced_at_ms_;
     // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
     // not yet taken or lost.
     std::int64_t next_tick_ = 0;
@@ -239,6 +246,7 @@ class VirtualVcr {
     std::int64_t due_seen_ = 0;
     bool streaming_ = false;
     FrameCounters counters_;
+    std::int64_t dropped_since_taken_ = 0;
     std::uint64_t wait_generation_ = 0;
 };
 

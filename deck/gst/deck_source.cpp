@@ -2,6 +2,8 @@
 
 #include <gst/base/gstpushsrc.h>
 
+#include "platform/gst/dv_frame_meta.h"
+
 #include <atomic>
 #include <vector>
 
@@ -134,6 +136,15 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
         GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
     }
     GST_BUFFER_DURATION(buffer) = duration;
+    // The capture path counts what the deck lost where it lost it, and logs the track.
+    GstCustomMeta* meta = gst_buffer_add_custom_meta(buffer, kc::gst::dv_frame_meta_name);
+    GstStructure* facts = gst_custom_meta_get_structure(meta);
+    gst_structure_set(facts, "lost-before", G_TYPE_INT64, static_cast<gint64>(info.dropped_before),
+                      "track", G_TYPE_INT64,
+                      static_cast<gint64>(s->vcr->tape().track_of_frame(info.tape_frame)), nullptr);
+    if (info.dropped_before > 0) {
+        GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+    }
     GST_BUFFER_OFFSET(buffer) = s->pushed;
     GST_BUFFER_OFFSET_END(buffer) = s->pushed + 1;
     if (s->pushed == 0) {
@@ -162,6 +173,7 @@ static void kc_deck_src_class_init(KcDeckSrcClass* klass) {
 }
 
 static void kc_deck_src_init(KcDeckSrc* self) {
+    kc::gst::register_dv_frame_meta();
     self->state = new kc::deck::SourceState;
     gst_base_src_set_format(GST_BASE_SRC(self), GST_FORMAT_TIME);
 }

@@ -69,6 +69,31 @@ TEST(Vcr, PlayMovesAtTheFrameRateAndStopsOnTheTapesLastFrame) {
     EXPECT_EQ(deck.mode(), stop);
 }
 
+// From stop a deck threads its tape before it plays: the mode is play at once, the first
+// frame comes when the tape moves, and a waiting stream is woken for it rather than
+// finding frames already lost.
+TEST(Vcr, PlayFromStopThreadsTheTapeFirstAndFromPauseAtOnce) {
+    Deck deck(DvSystem::pal_625_50, 100, VcrOptions{.lace_ms = 400});
+    deck.vcr.seek_track(10 * 12);
+    deck.clock.advance_ms(1000);
+    deck.vcr.set_mode(stop);
+    deck.vcr.start_stream();
+    ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
+    EXPECT_EQ(deck.mode(), play);
+    std::vector<std::uint8_t> out;
+    FetchedFrame info;
+    std::int64_t next = 0;
+    EXPECT_EQ(deck.vcr.fetch_frame(out, info, &next), FetchStatus::no_picture);
+    EXPECT_EQ(next, 1400);
+    deck.clock.advance_ms(400 + 40);
+    ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
+    EXPECT_EQ(info.tape_frame, 11);
+    EXPECT_EQ(info.dropped_before, 1) << "frame 10 fell due 40 ms ago and was not taken";
+    deck.vcr.set_mode(freeze);
+    deck.vcr.set_mode(play);
+    EXPECT_TRUE(deck.vcr.state().picture) << "from pause the tape is threaded already";
+}
+
 TEST(Vcr, PauseHoldsAStillFrameAndStepsMoveOneFrame) {
     Deck deck;
     deck.vcr.set_mode(play);
@@ -193,9 +218,11 @@ TEST(Vcr, PacedFramesFallDueOneAPeriodAndMissedOnesCountAsDropped) {
     ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(info.tape_frame, 1);
     EXPECT_EQ(info.due_ms, 40);
+    EXPECT_EQ(info.dropped_before, 0);
     deck.clock.advance_ms(200);  // frames 2..5 fell due, only 6 is taken
     ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(frame_mark(out), 6);
+    EXPECT_EQ(info.dropped_before, 4) << "the frame after a loss tells how many were lost";
     EXPECT_EQ(deck.vcr.counters().dropped, 4);
     EXPECT_EQ(deck.vcr.counters().delivered, 3);
     deck.vcr.set_mode(stop);
@@ -236,6 +263,7 @@ TEST(Vcr, FaultsLoseTheDeviceHideTimecodeFailSeeksAndDropFrames) {
     deck.clock.advance_ms(40);
     EXPECT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(deck.vcr.counters().dropped, 2);
+    EXPECT_EQ(info.dropped_before, 2);
 
     deck.vcr.set_faults(VcrFaults{true, false, false, 0});
     long mode = 0;
