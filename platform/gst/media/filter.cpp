@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/gst/kestrel_frame_gate.h"
 #include "platform/gst/media/media_internal.h"
 
 namespace kc::gst::detail {
@@ -62,6 +63,9 @@ Filter::Filter(Kind kind_, GstElement* element_) : kind(kind_), element(element_
 }
 
 Filter::~Filter() {
+    if (capture_gate) {
+        gst_object_unref(capture_gate);
+    }
     if (control) {
         control->release();
     }
@@ -97,11 +101,21 @@ HRESULT Filter::query_interface(Iid iid, void** out) {
             }
             break;
         case Iid::dropped_frames:
+            // While a DV capture runs, its gate counts what reaches the file and what went
+            // missing on the way, the source's own losses included.
+            if (capture_gate) {
+                return give(static_cast<media::DroppedFrames*>(this), out);
+            }
             if (control && succeeded(control->query_interface(iid, out))) {
                 return S_OK;
             }
             if (kind == Kind::source || kind == Kind::audio_source) {
                 return give(static_cast<media::DroppedFrames*>(this), out);
+            }
+            break;
+        case Iid::scene_split:
+            if (capture_gate) {
+                return give(static_cast<media::SceneSplit*>(this), out);
             }
             break;
         default:
@@ -128,12 +142,22 @@ HRESULT Filter::get_cur_file(std::string& path) {
 }
 
 HRESULT Filter::get_num_dropped(long* count) {
-    *count = dropped.load();
+    *count = capture_gate ? static_cast<long>(frame_gate_counters(capture_gate).dropped())
+                          : dropped.load();
     return S_OK;
 }
 
 HRESULT Filter::get_num_not_dropped(long* count) {
-    *count = delivered.load();
+    *count = capture_gate ? static_cast<long>(frame_gate_counters(capture_gate).written)
+                          : delivered.load();
+    return S_OK;
+}
+
+HRESULT Filter::split_at_break() {
+    if (!capture_gate) {
+        return E_UNEXPECTED;
+    }
+    frame_gate_split(capture_gate);
     return S_OK;
 }
 
@@ -252,8 +276,14 @@ Filter* make_source(GstElement* element, Kind kind, bool dv) {
 }  // namespace
 
 Filter* make_filter_from_device(GstDevice* device, bool audio) {
-    return make_source(gst_device_create_element(device, nullptr),
-                       audio ? Kind::audio_source : Kind::source, false);
+    Filter* f = make_source(gst_device_create_element(device, nullptr),
+                            audio ? Kind::audio_source : Kind::source, false);
+    if (f != nullptr) {
+        gchar* name = gst_device_get_display_name(device);
+        f->friendly_name = name ? name : "";
+        g_free(name);
+    }
+    return f;
 }
 
 namespace {
@@ -288,6 +318,7 @@ Filter* make_filter_from_provider(std::shared_ptr<SourceDevice> device) {
     }
     if (f != nullptr) {
         f->control = device->control();
+        f->friendly_name = device->friendly_name();
     }
     return f;
 }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "platform/gst/kestrel_frame_gate.h"
 #include "platform/gst/media/media_internal.h"
 
 namespace kc::gst::detail {
@@ -148,7 +149,33 @@ HRESULT Graph::find_filter_by_name(const std::string& name, media::BaseFilter** 
     return VFW_E_NOT_FOUND;
 }
 
+GstElement* Graph::add_capture_gate(Filter& source) {
+    std::string file;
+    for (auto* f : filters) {
+        if (f->kind == Kind::mux && f->dv_writer) {
+            file = f->file;
+        }
+    }
+    GstElement* gate = make_frame_gate(
+        carry, file, file.empty() ? "" : media::capture_log_path(file), source.friendly_name);
+    gst_bin_add(GST_BIN(pipeline), gate);
+    if (source.capture_gate) {
+        gst_object_unref(source.capture_gate);
+    }
+    source.capture_gate = GST_ELEMENT(gst_object_ref(gate));
+    return gate;
+}
+
 HRESULT Graph::run() {
+    // Frames handed over at a recording break belong to the next file of that capture
+    // only; a graph that runs without a capture file (the preview after a capture that
+    // failed to go on) ends the hand-over.
+    const bool capturing =
+        std::any_of(filters.begin(), filters.end(), [](Filter* f) { return f->capture_gate; });
+    if (!capturing) {
+        std::lock_guard carrying(carry->lock);
+        carry->clear();
+    }
     running_wanted = true;
     lost_reported = false;
     const GstStateChangeReturn r = gst_element_set_state(pipeline, GST_STATE_PLAYING);
@@ -315,6 +342,15 @@ GstBusSyncReply Graph::on_bus(GstBus*, GstMessage* message, gpointer data) {
 
 namespace {
 
+// Links `src` (taking its reference) to `element`'s sink; returns `element`'s src pad.
+GstPad* link_through(GstPad* src, GstElement* element) {
+    GstPad* sink = gst_element_get_static_pad(element, "sink");
+    gst_pad_link(src, sink);
+    gst_object_unref(sink);
+    gst_object_unref(src);
+    return gst_element_get_static_pad(element, "src");
+}
+
 // Counts the buffers leaving a source's capture branch, and the frames missing between
 // them (a timestamp gap of more than half a frame beyond the next one's due time). Each
 // run of the graph counts anew, as a capture filter does: a recording's count must not
@@ -392,7 +428,13 @@ HRESULT Graph::connect(PinImpl& out, PinImpl& in) {
         gst_pad_link(out.tee_pad, qsink);
         gst_object_unref(qsink);
         src = gst_element_get_static_pad(queue, "src");
-        if (out.name == "Capture") {
+        if (out.name == "Capture" && from.dv &&
+            (to.kind == Kind::mux || to.kind == Kind::splitter)) {
+            // DV frames pass the gate that puts each into the right file and counts them.
+            GstElement* gate = add_capture_gate(from);
+            out.between.push_back(gate);
+            src = link_through(src, gate);
+        } else if (out.name == "Capture") {
             gst_pad_add_probe(src,
                               static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER |
                                                            GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
@@ -404,11 +446,7 @@ HRESULT Graph::connect(PinImpl& out, PinImpl& in) {
                 make(from.kind == Kind::audio_source ? "audioconvert" : "videoconvert");
             gst_bin_add(bin, convert);
             out.between.push_back(convert);
-            GstPad* csink = gst_element_get_static_pad(convert, "sink");
-            gst_pad_link(src, csink);
-            gst_object_unref(csink);
-            gst_object_unref(src);
-            src = gst_element_get_static_pad(convert, "src");
+            src = link_through(src, convert);
         }
     } else if (from.kind == Kind::splitter) {
         dynamic = true;
@@ -486,6 +524,10 @@ void Graph::unrealise(PinImpl& out) {
         gst_bin_remove(bin, e);
     }
     out.between.clear();
+    if (out.name == "Capture" && out.owner.capture_gate) {
+        gst_object_unref(out.owner.capture_gate);
+        out.owner.capture_gate = nullptr;
+    }
     if (out.tee_pad) {
         gst_element_release_request_pad(out.owner.tee, out.tee_pad);
         gst_object_unref(out.tee_pad);

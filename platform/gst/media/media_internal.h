@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/capture/frame_gate.h"
 #include "platform/gst/media/gst_media.h"
 #include "platform/gst/source_provider.h"
 
@@ -104,6 +105,7 @@ class Filter : public media::BaseFilter,
                public media::ConfigInterleaving,
                public media::FileSink,
                public media::DroppedFrames,
+               public media::SceneSplit,
                public Counted {
   public:
     Filter(Kind kind_, GstElement* element_);
@@ -115,6 +117,7 @@ class Filter : public media::BaseFilter,
     HRESULT get_cur_file(std::string& path) override;
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
+    HRESULT split_at_break() override;
 
     PinImpl* add_pin(PinDirection d, std::string name, MajorType type);
 
@@ -126,7 +129,11 @@ class Filter : public media::BaseFilter,
     Unknown* control = nullptr;
     Graph* graph = nullptr;
     std::string graph_name;
+    std::string friendly_name;  // sources: the device's name, for the capture log
     std::string file;
+    // A DV source's capture branch while it writes a file: its frame gate, which counts
+    // the frames (one reference, held from connection to disconnection).
+    GstElement* capture_gate = nullptr;
     std::vector<std::unique_ptr<PinImpl>> pins;
     std::atomic<long> dropped{0};
     std::atomic<long> delivered{0};
@@ -199,8 +206,13 @@ class Graph : public media::GraphBuilder,
     GstElement* pipeline = nullptr;
     std::vector<Filter*> filters;
     VideoOut video;
+    // What one capture file hands to the next at a recording break; the graph lives as
+    // long as the program, so it links the files of a capture across rebuilds.
+    std::shared_ptr<capture::Carry> carry = std::make_shared<capture::Carry>();
 
   private:
+    // The DV capture branch's gate for `source`, writing into the graph's DV file.
+    GstElement* add_capture_gate(Filter& source);
     void release_params(long code, LParam p1);
     void unrealise(PinImpl& out);
     void queue_event(long code, LParam p1, LParam p2);
