@@ -81,6 +81,8 @@ struct State {
     std::unique_ptr<SinkPad> video;
     std::unique_ptr<SinkPad> audio;
     std::optional<bool> systemstream;
+    // The layout the file was opened with, which later caps must agree with.
+    bool type1_file = false;
     std::optional<avi::PcmFormat> audio_format;
     std::unique_ptr<avi::AviOutput> output;
     std::unique_ptr<avi::DvAviWriter> writer;
@@ -146,6 +148,12 @@ void post_error(KestrelAviSink* self, const PostedError& error) {
                              GST_FUNCTION, __LINE__);
 }
 
+PostedError type1_with_audio_error() {
+    return PostedError{GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
+                       "A type 1 DV AVI file carries its audio inside the DV frames.",
+                       "audio pad linked while the video pad takes systemstream=true"};
+}
+
 bool ensure_writer(State& s, std::optional<PostedError>& error) {
     if (s.writer) {
         return true;
@@ -165,11 +173,10 @@ bool ensure_writer(State& s, std::optional<PostedError>& error) {
     }
     const bool type1 = s.systemstream.value_or(false);
     if (type1 && s.audio) {
-        error = PostedError{GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
-                            "A type 1 DV AVI file carries its audio inside the DV frames.",
-                            "audio pad linked while the video pad takes systemstream=true"};
+        error = type1_with_audio_error();
         return false;
     }
+    s.type1_file = type1;
     options.layout = type1 ? avi::AviLayout::type1_interleaved : avi::AviLayout::type2_separate;
     options.with_audio = !type1 && s.audio != nullptr;
     options.max_riff_bytes = s.max_part_bytes;
@@ -404,11 +411,22 @@ gboolean sink_event(GstPad* pad, GstObject* parent, GstEvent* event) {
                     gboolean systemstream = FALSE;
                     gst_structure_get_boolean(gst_caps_get_structure(caps, 0), "systemstream",
                                               &systemstream);
-                    if (s.writer && s.systemstream &&
-                        *s.systemstream != static_cast<bool>(systemstream)) {
-                        result = FALSE;  // the file's layout is fixed by its first frame
+                    const bool type1 = systemstream != FALSE;
+                    if (type1 && s.audio) {
+                        // Whichever pad's data came first, the same refusal.
+                        error = type1_with_audio_error();
+                        s.failed = true;
+                        result = FALSE;
+                    } else if (s.writer && s.type1_file != type1) {
+                        // The file's layout is fixed by its first frame.
+                        error = PostedError{GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
+                                            "The DV stream changed between interleaved and "
+                                            "separate audio within one file.",
+                                            ""};
+                        s.failed = true;
+                        result = FALSE;
                     } else {
-                        s.systemstream = systemstream != FALSE;
+                        s.systemstream = type1;
                     }
                 } else {
                     avi::PcmFormat format;

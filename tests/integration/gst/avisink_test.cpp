@@ -229,10 +229,12 @@ TEST_F(AviSinkTest, WriteAndFormatFailuresAreErrorsOnTheBus) {
     EXPECT_EQ(not_dv.error_code, GST_STREAM_ERROR_FORMAT);
     EXPECT_EQ(not_dv.frames, 0u);
 
-    // A type 1 file has no place for a separate audio stream.
+    // A type 1 file has no place for a separate audio stream, also when the audio comes
+    // before the video says what it is (the video is held back to make sure of that).
     const RunResult type1_audio =
         run_pipeline("filesrc location=\"" + tape(DvSystem::pal_625_50).string() +
-                     "\" ! video/x-dv,systemstream=true ! avisink.video_0 "
+                     "\" ! identity sleep-time=300000 ! video/x-dv,systemstream=true ! "
+                     "avisink.video_0 "
                      "audiotestsrc num-buffers=10 ! audio/x-raw,format=S16LE,rate=48000,channels=2 "
                      "! avisink.audio_0 "
                      "kestrelavisink name=avisink location=\"" +
