@@ -484,6 +484,58 @@ TEST_F(EndToEnd, DropsFromTheDeckAndFromAStarvedStreamAreCountedAndLogged) {
     EXPECT_NE(log.find(", lost by the source\n"), std::string::npos) << log;
 }
 
+// A recording onto a disk that fills up (a small file system of its own, which the test
+// command mounts and names in KC_SMALL_DISK): the main window's one-second disk check stops
+// it with the low-disk warning, nothing crashes, the file holds every frame it took, in
+// order, readable to the last, and the frames that no longer fitted are counted.
+TEST_F(EndToEnd, ARecordingThatFillsTheDiskStopsWithTheWarningAndStaysReadable) {
+    const char* small = std::getenv("KC_SMALL_DISK");
+    if (small == nullptr) {
+        GTEST_SKIP() << "run by the small-disk test, which mounts a small file system";
+    }
+    app->output_directory = small;
+    show_preview();
+    ASSERT_TRUE(app->toggle_recording());
+    bool warned = false;
+    const bool stopped = wait_for([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+        app->update_disk_space();
+        app->low_disk_check(warned);
+        return !app->recording;
+    });
+    ASSERT_TRUE(stopped) << "free: " << app->free_bytes;
+    const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
+    std::vector<std::string> shown;
+    for (const std::string& call : host.calls) {
+        if (call.rfind(prefix, 0) == 0) {
+            shown.push_back(call.substr(prefix.size(), call.size() - prefix.size() - 1));
+        }
+    }
+    EXPECT_EQ(shown, std::vector<std::string>{"Warning: low disk space on output directory (10)"});
+
+    std::vector<fs::path> written;
+    for (const auto& entry : fs::directory_iterator(small)) {
+        if (entry.path().extension() == ".avi") {
+            written.push_back(entry.path());
+        }
+    }
+    ASSERT_EQ(written.size(), 1u);
+    const std::vector<std::int64_t> frames = tape_frames_of(written[0], vcr->tape());
+    ASSERT_GE(frames.size(), 25u);
+    EXPECT_TRUE(whole_or_counted(frames, 0));
+    EXPECT_EQ(test::decode_video_frames(written[0]), static_cast<long>(frames.size()));
+    const std::string log = log_of(written[0]);
+    EXPECT_NE(log.find("\nframes: " + std::to_string(frames.size()) + "\n"), std::string::npos)
+        << log;
+    EXPECT_GT(logged_drops(written[0]), 0) << log;
+    EXPECT_NE(log.find(", not written (the file could not take it)\n"), std::string::npos) << log;
+    // The tape is left stopped; the preview graph runs again, as the main window restarts it.
+    EXPECT_EQ(vcr->state().mode, kc::deck::TransportMode::stop);
+    app->win->attach(surfaces.pane, app->graph->graph.get());
+    app->win->run();
+    EXPECT_TRUE(app->win->running());
+}
+
 // Three logged scenes, one in each recording of the demo tape, captured with a preroll of
 // ten frames from wherever the tape stands: before the first scene, inside the second, or
 // past them all. The seek to each scene returns when the tape is there, so each file is
