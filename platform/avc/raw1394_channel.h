@@ -1,6 +1,6 @@
-// AV/C transactions with one unit on a real FireWire bus, over libavc1394's FCP
-// transaction (libraw1394 underneath). The unit is named by its GUID; its node id is
-// looked up when first needed and again after a failed exchange, since a bus reset
+// AV/C transactions with one unit on a real FireWire bus, over libraw1394's FCP
+// registers, waiting through INTERIM answers for the final one. The unit is named by its GUID; its
+// node id is looked up when first needed and again after a failed exchange, since a bus reset
 // renumbers the nodes.
 #pragma once
 
@@ -14,7 +14,8 @@ namespace kc::avc {
 
 // One FCP transaction with `node` through an open libraw1394 handle: the frame goes out
 // unchanged, padded to whole quadlets, and the response comes back as long as the
-// command. ETIMEDOUT (or the errno of the failed write) when no response came.
+// command. ETIMEDOUT (or the errno of the failed write) when no response came, or no
+// final one within the time a unit may work on a command after INTERIM.
 HRESULT fcp_transaction(raw1394_handle* handle, int node, std::span<const std::uint8_t> command,
                         Frame& response);
 
