@@ -85,6 +85,15 @@ void VirtualVcr::advance(std::int64_t now_ms) {
 
 void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
     laced_at_ms_.reset();
+    // Picture needs the tape on the drum; winding runs it in the cassette.
+    if (motion.picture) {
+        threaded_ = true;
+    } else if (motion.direction != 0) {
+        threaded_ = false;
+    }
+    if (mode == TransportMode::stop) {
+        stopped_at_ms_ = now_ms;
+    }
     pos0_mf_ = position_at(now_ms);
     t0_ms_ = now_ms;
     taken_ = 0;
@@ -141,7 +150,8 @@ HRESULT VirtualVcr::set_mode(long mode) {
     switch (m) {
         case TransportMode::play:
             if (mode_ == TransportMode::stop && options_.lace_ms > 0 &&
-                position_at(now) < last_mf()) {
+                position_at(now) < last_mf() &&
+                (!threaded_ || now - stopped_at_ms_ >= options_.unthread_after_ms)) {
                 begin(m, Motion{}, now);
                 laced_at_ms_ = now + options_.lace_ms;
             } else {

@@ -82,7 +82,10 @@ struct VcrOptions {
     Pacing pacing = Pacing::real_time;
     // Play from stop first threads the tape around the head drum, as a deck does: the mode
     // is play at once, the tape moves and the picture comes this much later. 0: at once.
+    // A deck keeps the tape threaded when it stops after playing, until it winds or has
+    // stood stopped for `unthread_after_ms` (tape protection); a play then starts at once.
     int lace_ms = 0;
+    int unthread_after_ms = 3 * 60 * 1000;
 };
 
 struct VcrFaults {
@@ -237,6 +240,9 @@ class VirtualVcr {
     TransportMode after_seek_ = TransportMode::freeze;
     // While play threads the tape: when it starts to move.
     std::optional<std::int64_t> laced_at_ms_;
+    // Whether the tape is around the drum, and since when the transport stands stopped.
+    bool threaded_ = false;
+    std::int64_t stopped_at_ms_ = 0;
     // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
     // not yet taken or lost.
     std::int64_t next_tick_ = 0;

@@ -215,10 +215,19 @@ void FrameGate::end() {
     if (ended_) {
         return;
     }
+    ended_ = true;
     if (!begun_) {
+        if (split_asked_ && carry_) {
+            // Split again before a frame of its own came (the tape had not moved yet): the
+            // file stays empty and goes as too short; what was handed to it goes on,
+            // untouched, to the next.
+            if (log_ != nullptr) {
+                log_->split_without_break(std::nullopt);
+            }
+            return;
+        }
         begin_file();
     }
-    ended_ = true;
     if (!split_asked_ || !carry_) {
         write_held();
         return;

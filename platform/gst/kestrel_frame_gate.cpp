@@ -256,7 +256,20 @@ void frame_gate_split(GstElement* element) {
 capture::GateCounters frame_gate_counters(GstElement* element) {
     GateState& s = state_of(element);
     std::lock_guard lock(s.lock);
-    return s.gate ? s.gate->counters() : s.final_counters;
+    if (s.gate) {
+        return s.gate->counters();
+    }
+    capture::GateCounters counters = s.final_counters;
+    // Before its first frame, a file that will not be split is owed what the previous one
+    // handed over: it is written at the latest when the stream ends, so the file is not
+    // too short to keep.
+    if (s.carry && !s.split_asked && !s.ended) {
+        std::lock_guard carry_lock(s.carry->lock);
+        if (s.carry->pending) {
+            counters.written += static_cast<std::int64_t>(s.carry->frames.size());
+        }
+    }
+    return counters;
 }
 
 }  // namespace kc::gst

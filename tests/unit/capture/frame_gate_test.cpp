@@ -118,6 +118,13 @@ TEST(FrameGate, ASplitEndsTheFileAtTheBreakAndCarriesTheRestIntoTheNextFile) {
         first.logged("break: 00:03:20:09 to 00:00:04:00, timecode steps back 4909 frames, "
                      "the file ends here"));
 
+    // Split again before the tape moved (it was still threading): that file stays empty,
+    // and what was handed over waits for the next one.
+    File empty(carry);
+    empty.gate.split();
+    empty.gate.end();
+    EXPECT_TRUE(empty.written.empty());
+
     File second(carry);
     second.feed(14, 104);  // the tape plays on from the frame it stopped on
     second.feed_run(15, 17, 10, 100);

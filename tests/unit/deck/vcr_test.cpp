@@ -71,12 +71,13 @@ TEST(Vcr, PlayMovesAtTheFrameRateAndStopsOnTheTapesLastFrame) {
 
 // From stop a deck threads its tape before it plays: the mode is play at once, the first
 // frame comes when the tape moves, and a waiting stream is woken for it rather than
-// finding frames already lost.
+// finding frames already lost. A tape stopped a moment ago is still threaded.
 TEST(Vcr, PlayFromStopThreadsTheTapeFirstAndFromPauseAtOnce) {
-    Deck deck(DvSystem::pal_625_50, 100, VcrOptions{.lace_ms = 400});
+    Deck deck(DvSystem::pal_625_50, 100, VcrOptions{.lace_ms = 400, .unthread_after_ms = 500});
     deck.vcr.seek_track(10 * 12);
-    deck.clock.advance_ms(1000);
+    deck.clock.advance_ms(500);
     deck.vcr.set_mode(stop);
+    deck.clock.advance_ms(500);  // long enough stopped for the deck to unthread
     deck.vcr.start_stream();
     ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
     EXPECT_EQ(deck.mode(), play);
@@ -92,6 +93,19 @@ TEST(Vcr, PlayFromStopThreadsTheTapeFirstAndFromPauseAtOnce) {
     deck.vcr.set_mode(freeze);
     deck.vcr.set_mode(play);
     EXPECT_TRUE(deck.vcr.state().picture) << "from pause the tape is threaded already";
+    deck.vcr.set_mode(stop);
+    deck.clock.advance_ms(400);
+    deck.vcr.set_mode(play);
+    EXPECT_TRUE(deck.vcr.state().picture) << "stopped a moment ago, still threaded";
+    deck.vcr.set_mode(stop);
+    deck.clock.advance_ms(500);
+    deck.vcr.set_mode(play);
+    EXPECT_FALSE(deck.vcr.state().picture) << "unthreaded after standing stopped";
+    deck.vcr.set_mode(static_cast<long>(TransportMode::fast_forward));
+    deck.clock.advance_ms(100);
+    deck.vcr.set_mode(stop);
+    deck.vcr.set_mode(play);
+    EXPECT_FALSE(deck.vcr.state().picture) << "winding unthreads the tape";
 }
 
 TEST(Vcr, PauseHoldsAStillFrameAndStepsMoveOneFrame) {
