@@ -272,10 +272,36 @@ class EndToEnd : public ::testing::Test {
         EXPECT_FALSE(app->recording);
     }
 
+    // The small file system the small-disk test mounts and names in KC_SMALL_DISK, emptied
+    // of what an earlier case left; none outside that test.
+    static std::optional<fs::path> small_disk() {
+        const char* path = std::getenv("KC_SMALL_DISK");
+        if (path == nullptr) {
+            return std::nullopt;
+        }
+        for (const auto& entry : fs::directory_iterator(path)) {
+            fs::remove_all(entry.path());
+        }
+        return fs::path(path);
+    }
+
+    // The texts of the message and error dialogs shown so far.
+    std::vector<std::string> shown_messages() const {
+        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
+        std::vector<std::string> shown;
+        for (const std::string& call : host.calls) {
+            if (call.rfind(prefix, 0) == 0) {
+                shown.push_back(call.substr(prefix.size(), call.size() - prefix.size() - 1));
+            }
+        }
+        return shown;
+    }
+
     // The capture files written (their logs lie beside them).
-    std::vector<fs::path> files() {
+    std::vector<fs::path> files() { return files_in(dir.path()); }
+    static std::vector<fs::path> files_in(const fs::path& folder) {
         std::vector<fs::path> found;
-        for (const auto& entry : fs::directory_iterator(dir.path())) {
+        for (const auto& entry : fs::directory_iterator(folder)) {
             if (entry.path().extension() == ".avi") {
                 found.push_back(entry.path());
             }
@@ -489,11 +515,11 @@ TEST_F(EndToEnd, DropsFromTheDeckAndFromAStarvedStreamAreCountedAndLogged) {
 // it with the low-disk warning, nothing crashes, the file holds every frame it took, in
 // order, readable to the last, and the frames that no longer fitted are counted.
 TEST_F(EndToEnd, ARecordingThatFillsTheDiskStopsWithTheWarningAndStaysReadable) {
-    const char* small = std::getenv("KC_SMALL_DISK");
-    if (small == nullptr) {
+    const auto small = small_disk();
+    if (!small) {
         GTEST_SKIP() << "run by the small-disk test, which mounts a small file system";
     }
-    app->output_directory = small;
+    app->output_directory = small->string();
     show_preview();
     ASSERT_TRUE(app->toggle_recording());
     bool warned = false;
@@ -504,21 +530,10 @@ TEST_F(EndToEnd, ARecordingThatFillsTheDiskStopsWithTheWarningAndStaysReadable) 
         return !app->recording;
     });
     ASSERT_TRUE(stopped) << "free: " << app->free_bytes;
-    const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
-    std::vector<std::string> shown;
-    for (const std::string& call : host.calls) {
-        if (call.rfind(prefix, 0) == 0) {
-            shown.push_back(call.substr(prefix.size(), call.size() - prefix.size() - 1));
-        }
-    }
-    EXPECT_EQ(shown, std::vector<std::string>{"Warning: low disk space on output directory (10)"});
+    EXPECT_EQ(shown_messages(),
+              std::vector<std::string>{"Warning: low disk space on output directory (10)"});
 
-    std::vector<fs::path> written;
-    for (const auto& entry : fs::directory_iterator(small)) {
-        if (entry.path().extension() == ".avi") {
-            written.push_back(entry.path());
-        }
-    }
+    const auto written = files_in(*small);
     ASSERT_EQ(written.size(), 1u);
     const std::vector<std::int64_t> frames = tape_frames_of(written[0], vcr->tape());
     ASSERT_GE(frames.size(), 25u);
@@ -642,8 +657,9 @@ class SceneTape : public EndToEnd {
     // A scene-detection capture from tape frame `from`, driven as the dialog's timer drives
     // it, but ticking every six frames of tape time (as long as the flagged run), so that a
     // late tick on a busy machine does not step over the flag. False when it did not end
-    // by itself within two minutes.
-    bool capture_scenes_from(std::int64_t from) {
+    // by itself within two minutes. `tick` runs before every step, as the main window's
+    // timers do while the dialog is up.
+    bool capture_scenes_from(std::int64_t from, const std::function<void()>& tick = {}) {
         app->dv->seek(static_cast<long>(vcr->tape().track_of_frame(from)));
         Progress dialog;
         dialog.preview_window = surfaces.pane;
@@ -661,6 +677,9 @@ class SceneTape : public EndToEnd {
                 continue;
             }
             ticked = state.frame();
+            if (tick) {
+                tick();
+            }
             Timecode position;
             if (app->dv->get_timecode(position)) {
                 going = app->scene_step(position, file);
@@ -726,6 +745,45 @@ TEST_F(SceneTape, SceneDetectionPutsEveryFrameOnceIntoOneFilePerRecordingAndEnds
     EXPECT_NE(last_log.find("\nlast frame: 00:05:05:14, track 3348, recorded 2004-07-18 09:30:02"),
               std::string::npos)
         << last_log;
+}
+
+// Scene detection onto a small file system that fills up just after the first split:
+// the disk check (the main window's timer, which runs while the dialog is up) ends the
+// capture at its next step with the low-disk warning; the first file holds its whole
+// recording, and the second every frame it took, in order, readable to the last.
+TEST_F(SceneTape, ASceneCaptureThatFillsTheDiskEndsWithTheWarningAndKeepsEveryFileWhole) {
+    const auto small = small_disk();
+    if (!small) {
+        GTEST_SKIP() << "run by the small-disk test, which mounts a small file system";
+    }
+    app->output_directory = small->string();
+    app->dv_type2 = 1;
+    bool warned = false;
+    auto last_check = std::chrono::steady_clock::now();
+    ASSERT_TRUE(capture_scenes_from(0, [&] {
+        if (std::chrono::steady_clock::now() - last_check >= std::chrono::seconds(1)) {
+            last_check = std::chrono::steady_clock::now();
+            app->update_disk_space();
+            app->low_disk_check(warned);
+        }
+    }));
+    EXPECT_TRUE(warned);
+    EXPECT_EQ(shown_messages(),
+              std::vector<std::string>{"Warning: low disk space on output directory (10)"});
+    const auto written = files_in(*small);
+    ASSERT_GE(written.size(), 2u);
+    const std::vector<std::int64_t> first = tape_frames_of(written[0], vcr->tape());
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(first.back(), 69) << "the first recording's last frame";
+    EXPECT_TRUE(whole_or_counted(first, logged_drops(written[0])));
+    const std::vector<std::int64_t> second = tape_frames_of(written[1], vcr->tape());
+    ASSERT_FALSE(second.empty());
+    EXPECT_EQ(second.front(), 70) << "the second recording's first frame";
+    EXPECT_TRUE(whole_or_counted(second, 0));
+    EXPECT_EQ(test::decode_video_frames(written[1]), static_cast<long>(second.size()));
+    EXPECT_NE(log_of(written[1]).find("\nframes: " + std::to_string(second.size()) + "\n"),
+              std::string::npos)
+        << log_of(written[1]);
 }
 
 }  // namespace

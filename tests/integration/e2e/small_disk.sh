@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs the end-to-end test binary's small-disk case on a file system of its own, a few
+# Runs the end-to-end test binary's small-disk cases on a file system of its own, a few
 # megabytes of memory mounted in a private mount namespace, so that the capture really
 # meets a full disk. Exits 77 (skipped) where the machine does not allow the mount.
 set -eu
@@ -15,7 +15,7 @@ disk=$(mktemp -d)
 mount -t tmpfs -o size=12m tmpfs "$disk"
 status=0
 KC_SMALL_DISK=$disk "$test_binary" \
-  --gtest_filter='EndToEnd.ARecordingThatFillsTheDiskStops*' --gtest_also_run_disabled_tests \
+  --gtest_filter='EndToEnd.ARecordingThatFillsTheDisk*:SceneTape.ASceneCaptureThatFillsTheDisk*' --gtest_also_run_disabled_tests \
   || status=$?
 umount "$disk"
 rmdir "$disk"
