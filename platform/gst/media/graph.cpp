@@ -28,6 +28,13 @@ Graph::~Graph() {
     while (!filters.empty()) {
         remove_filter(filters.back());
     }
+    {
+        std::lock_guard guard(video.lock);
+        if (video.caps) {
+            gst_object_unref(video.caps);
+            video.caps = nullptr;
+        }
+    }
     std::lock_guard guard(lock);
     for (auto& e : events) {
         release_params(e.code, e.param1);
@@ -79,7 +86,7 @@ HRESULT Graph::add_filter(media::BaseFilter* base, const std::string& name) {
             return VFW_E_DUPLICATE_NAME;
         }
     }
-    if (f->element && !gst_bin_add(GST_BIN(pipeline), f->element)) {
+    if (f->element && f->part_of == nullptr && !gst_bin_add(GST_BIN(pipeline), f->element)) {
         return E_FAIL;
     }
     if (f->tee) {
@@ -103,6 +110,18 @@ HRESULT Graph::remove_filter(media::BaseFilter* base) {
     if (f == nullptr || it == filters.end()) {
         return E_INVALIDARG;
     }
+    // The filters over elements inside this one's bin go with it.
+    for (bool found = true; found;) {
+        found = false;
+        for (auto* part : filters) {
+            if (part->part_of == f) {
+                remove_filter(part);
+                found = true;
+                break;
+            }
+        }
+    }
+    it = std::find(filters.begin(), filters.end(), f);
     for (auto& pin : f->pins) {
         if (pin->peer) {
             disconnect(pin->peer);
@@ -114,10 +133,14 @@ HRESULT Graph::remove_filter(media::BaseFilter* base) {
         gst_element_set_state(f->tee, GST_STATE_NULL);
         gst_bin_remove(GST_BIN(pipeline), f->tee);
     }
-    if (f->element) {
+    if (f->kind == Kind::renderer) {
+        drop_scale(video, f->element);
+    }
+    if (f->element && f->part_of == nullptr) {
         gst_element_set_state(f->element, GST_STATE_NULL);
         gst_bin_remove(GST_BIN(pipeline), f->element);
     }
+    f->part_of = nullptr;
     f->graph = nullptr;
     f->release();
     return S_OK;
@@ -551,7 +574,8 @@ void Graph::unrealise(PinImpl& out) {
 }
 
 Filter* Graph::add_renderer(MajorType type, bool dv) {
-    Filter* f = make_renderer(type, dv, &video);
+    GstElement* decoder = nullptr;
+    Filter* f = make_renderer(type, dv, &video, &decoder);
     char name[48];
     std::snprintf(name, sizeof name, "%s Renderer %zu",
                   type == MajorType::audio && !dv ? "Audio" : "Video", filters.size());
@@ -560,6 +584,16 @@ Filter* Graph::add_renderer(MajorType type, bool dv) {
         return nullptr;
     }
     f->release();  // the graph holds it
+    if (decoder) {
+        // The decoder is found by this name to open its property pages; a second DV
+        // preview in one graph would share it, so it keeps the first one's.
+        auto* d = new Filter(Kind::decoder, decoder);
+        d->part_of = f;
+        if (failed(add_filter(d, media::dv_decoder_filter_name))) {
+            d->part_of = nullptr;
+        }
+        d->release();
+    }
     return f;
 }
 

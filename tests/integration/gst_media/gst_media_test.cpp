@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -476,25 +477,30 @@ TEST_F(GstMedia, RawVideoIsCompressedIntoTheFileAndPreviewed) {
     EXPECT_GE(surfaces.clears, 1);
 }
 
-TEST(GstMediaProperties, ListsAnElementsPropertiesWithRangesAndEnums) {
+TEST(GstMediaProperties, ListsAnElementsSettingsAndAppliesAChange) {
     test::init_gstreamer();
     GstElement* sink = gst_element_factory_make("kestrelavisink", nullptr);
     ASSERT_NE(sink, nullptr);
     gst_object_ref_sink(sink);
-    const auto list = element_properties(sink);
-    gst_object_unref(sink);
     auto find = [&](const std::string& name) {
-        for (const auto& p : list) {
+        for (const auto& p : element_settings(sink)) {
             if (p.name == name)
                 return p;
         }
-        return ElementProperty{};
+        return PropertyItem{};
     };
     EXPECT_EQ(find("interleave").value, "capture");
-    EXPECT_NE(find("interleave").range.find("none-buffered"), std::string::npos);
+    EXPECT_EQ(find("interleave").kind, PropertyItem::Kind::choice);
+    const auto choices = find("interleave").choices;
+    EXPECT_NE(std::find(choices.begin(), choices.end(), "none-buffered"), choices.end());
     EXPECT_TRUE(find("interleave").writable);
     EXPECT_FALSE(find("frames").writable);
-    EXPECT_EQ(find("frames").type, "guint64");
+    EXPECT_EQ(find("frames").kind, PropertyItem::Kind::integer);
+    EXPECT_TRUE(find("name").name.empty());
+    EXPECT_TRUE(apply_element_setting(sink, "interleave", "none-buffered"));
+    EXPECT_EQ(find("interleave").value, "none-buffered");
+    EXPECT_FALSE(apply_element_setting(sink, "frames", "3"));
+    gst_object_unref(sink);
 }
 
 }  // namespace
