@@ -60,7 +60,7 @@ void set_scale(VideoOut& out) {
     GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", nullptr);
     if (width > 0 && height > 0) {
         gst_caps_set_simple(caps, "width", G_TYPE_INT, width, "height", G_TYPE_INT, height,
-                            "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+                            nullptr);
     }
     g_object_set(out.caps, "caps", caps, nullptr);
     gst_caps_unref(caps);
@@ -118,6 +118,10 @@ GstElement* video_chain(GstElement* bin, VideoOut* out, bool dv, GstElement** de
     GstElement* caps = make("capsfilter");
     GstElement* sink = make("appsink");
     g_object_set(queue, "max-size-buffers", 3, "leaky", 2, nullptr);
+    // A preview is a glance at the tape, not the picture kept: the nearest pixel, and no
+    // chroma filtering or dithering, cost a fraction of the careful defaults.
+    g_object_set(scale, "method", 0, nullptr);
+    g_object_set(convert, "chroma-mode", 3, "dither", 0, nullptr);
     g_object_set(sink, "max-buffers", 2, "drop", TRUE, "sync", TRUE, "qos", TRUE, nullptr);
     gst_bin_add_many(GST_BIN(bin), queue, scale, convert, caps, sink, nullptr);
     if (decode) {
