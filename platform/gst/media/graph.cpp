@@ -15,6 +15,9 @@ namespace kc::gst::detail {
 Graph::Graph(DialogHost& host_, VideoSurfaces& surfaces_) : host(host_), surfaces(surfaces_) {
     pipeline = gst_pipeline_new("capture-graph");
     gst_object_ref_sink(pipeline);
+    // Each sink's own end of stream reaches the bus too, not only the pipeline's: stopping
+    // waits for the file writer's alone.
+    g_object_set(pipeline, "message-forward", TRUE, nullptr);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, &Graph::on_bus, this, nullptr);
     gst_object_unref(bus);
@@ -201,6 +204,12 @@ HRESULT Graph::run() {
     }
     running_wanted = true;
     lost_reported = false;
+    {
+        // The writer may finish before stop() is called (a tape that ends the stream).
+        std::lock_guard guard(lock);
+        awaited_writer = file_writer();
+        writer_done = false;
+    }
     const GstStateChangeReturn r = gst_element_set_state(pipeline, GST_STATE_PLAYING);
     if (r == GST_STATE_CHANGE_FAILURE) {
         gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -209,20 +218,40 @@ HRESULT Graph::run() {
     return r == GST_STATE_CHANGE_ASYNC ? S_FALSE : S_OK;
 }
 
+GstElement* Graph::file_writer() const {
+    for (auto* f : filters) {
+        if (f->element &&
+            ((f->kind == Kind::mux && f->dv_writer) || f->kind == Kind::file_writer)) {
+            return f->element;
+        }
+    }
+    return nullptr;
+}
+
 HRESULT Graph::stop() {
     running_wanted = false;
-    // EOS first, so that the file writer finishes the file from a drained pipeline
-    // when it can; a source that does not stop on EOS is cut by going to NULL.
+    // A capture ends with EOS, so that the file writer finishes the file (and the frame
+    // gate its log) from a drained capture branch; a source that does not stop on EOS is
+    // cut by going to NULL. Only the writer is waited for: the clock-synced preview would
+    // report its end only once its backlog had played out, seconds later, and what it
+    // still holds is of no use once the user has stopped.
     GstState state = GST_STATE_NULL;
     gst_element_get_state(pipeline, &state, nullptr, 0);
-    if (state == GST_STATE_PLAYING) {
+    bool wait = false;
+    {
+        std::lock_guard guard(lock);
+        wait = state == GST_STATE_PLAYING && awaited_writer != nullptr && !writer_done;
+    }
+    if (wait) {
         gst_element_send_event(pipeline, gst_event_new_eos());
         std::unique_lock guard(lock);
-        drained.wait_for(guard, std::chrono::seconds(3), [this] { return eos_seen; });
+        drained.wait_for(guard, std::chrono::seconds(3), [this] { return writer_done; });
     }
+    // Going to NULL deactivates the pads, which waits for a streaming thread still
+    // inside the EOS (the gate writes the end of its log after the writer has closed).
     gst_element_set_state(pipeline, GST_STATE_NULL);
     std::lock_guard guard(lock);
-    eos_seen = false;
+    awaited_writer = nullptr;
     return S_OK;
 }
 
@@ -321,14 +350,29 @@ Filter* Graph::filter_of(GstObject* object) {
 GstBusSyncReply Graph::on_bus(GstBus*, GstMessage* message, gpointer data) {
     auto* self = static_cast<Graph*>(data);
     switch (GST_MESSAGE_TYPE(message)) {
-        case GST_MESSAGE_EOS: {
-            {
-                std::lock_guard guard(self->lock);
-                self->eos_seen = true;
-            }
-            self->drained.notify_all();
+        case GST_MESSAGE_EOS:
             if (self->running_wanted) {
                 self->queue_event(media::EC_COMPLETE, 0, 0);
+            }
+            break;
+        case GST_MESSAGE_ELEMENT: {
+            // A sink's own EOS, forwarded by the pipeline.
+            const GstStructure* s = gst_message_get_structure(message);
+            const GValue* inner = gst_structure_has_name(s, "GstBinForwarded")
+                                      ? gst_structure_get_value(s, "message")
+                                      : nullptr;
+            GstMessage* forwarded = inner ? GST_MESSAGE(g_value_get_boxed(inner)) : nullptr;
+            if (forwarded && GST_MESSAGE_TYPE(forwarded) == GST_MESSAGE_EOS) {
+                bool done = false;
+                {
+                    std::lock_guard guard(self->lock);
+                    done = self->awaited_writer != nullptr &&
+                           GST_MESSAGE_SRC(forwarded) == GST_OBJECT(self->awaited_writer);
+                    self->writer_done = self->writer_done || done;
+                }
+                if (done) {
+                    self->drained.notify_all();
+                }
             }
             break;
         }

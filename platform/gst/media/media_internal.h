@@ -234,6 +234,8 @@ class Graph : public media::GraphBuilder,
     std::shared_ptr<capture::Carry> carry = std::make_shared<capture::Carry>();
 
   private:
+    // The element that writes the capture file, or null in a graph without one.
+    GstElement* file_writer() const;
     // The DV capture branch's gate for `source`, writing into the graph's DV file.
     GstElement* add_capture_gate(Filter& source);
     void release_params(long code, LParam p1);
@@ -249,7 +251,10 @@ class Graph : public media::GraphBuilder,
     std::condition_variable queued;
     std::condition_variable drained;
     std::deque<Event> events;
-    bool eos_seen = false;
+    // While the graph runs: the element writing the capture file, and whether its own
+    // EOS has come.
+    GstElement* awaited_writer = nullptr;
+    bool writer_done = false;
     std::atomic<bool> running_wanted{false};
     std::atomic<bool> lost_reported{false};
     WindowHandle notify_window = nullptr;
