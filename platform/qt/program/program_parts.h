@@ -21,7 +21,8 @@ std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost& host, VideoS
                                                         PropertyFrames& frames);
 
 // Adds the sources the media platform lists before the ones it finds itself: FireWire
-// tape units, then the virtual deck when KESTREL_VIRTUAL_DECK asks for it. Once, before the entry sequence.
+// tape units, then the virtual deck when KESTREL_VIRTUAL_DECK asks for it. Once, before
+// the entry sequence.
 void register_extra_sources();
 
 // One line saying what this build can capture from, for the log.
