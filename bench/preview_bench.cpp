@@ -1,7 +1,10 @@
-// The DV preview on the GStreamer media platform: the paced virtual deck plays the demo
-// tape into a surface for about ten seconds, as the main window shows it. Prints the
-// process's CPU time per second of video and the frames presented per second against the
-// tape's rate.
+// The DV preview on the GStreamer media platform against plain GStreamer decoding the same
+// tape at real time without showing it, in one run. The paced virtual deck plays the demo
+// tape into a pane of the main window's size, as the program shows it, first at the
+// decoder's full resolution and then at half, chosen through the decoder's property page
+// as a user would. Prints the process's CPU time per second of video of each, the frames
+// presented, and the ratio of ours to the reference.
+#include <gst/gst.h>
 #include <sys/resource.h>
 
 #include <atomic>
@@ -9,11 +12,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "app/capapp.h"
+#include "app/errors.h"
 #include "app/globals.h"
 #include "deck/gst/deck_provider.h"
+#include "deck/gst/tape_writer.h"
 #include "platform/gst/media/gst_media.h"
 #include "platform/posix/posix_system.h"
 #include "resources/resource_ids.h"
@@ -21,6 +27,13 @@
 #include "tests/fakes/fake_settings_store.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The main window's preview pane, in pixels, as the Qt host lays it out.
+constexpr int pane_width = 585;
+constexpr int pane_height = 435;
+constexpr double measured_s = 10.0;
 
 // Posts from the streaming threads are dropped: the preview needs none answered.
 class Host : public FakeDialogHost {
@@ -30,13 +43,29 @@ class Host : public FakeDialogHost {
 
 class Surface : public VideoSurface, public VideoSurfaces {
   public:
-    void present(const std::uint8_t*, int, int, int) override { ++frames; }
+    void present(const std::uint8_t*, int w, int h, int) override {
+        ++frames;
+        width = w;
+        height = h;
+    }
     void clear() override {}
     VideoSurface* surface_for(WindowHandle window) override {
         return window == pane ? this : nullptr;
     }
     WindowHandle pane = nullptr;
     std::atomic<long> frames{0};
+    std::atomic<int> width{0};
+    std::atomic<int> height{0};
+};
+
+// The user's choice on the decoder's display page.
+class Choice : public PropertyFrames {
+  public:
+    std::optional<PropertyChanges> show_property_frame(WindowHandle, const std::string&,
+                                                       const std::vector<PropertyPage>&) override {
+        return PropertyChanges{{"resolution", resolution}};
+    }
+    std::string resolution = "full";
 };
 
 double cpu_seconds() {
@@ -50,6 +79,54 @@ LResult main_proc(WindowHandle, unsigned, WParam, LParam) {
     return 0;
 }
 
+struct Figure {
+    double cpu_per_s = 0;
+    double frames_per_s = 0;
+};
+
+// Settles for a second, then measures CPU time and frames for the measured span.
+Figure measure(const std::atomic<long>* frames) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const long frames0 = frames ? frames->load() : 0;
+    const double cpu0 = cpu_seconds();
+    const auto t0 = Clock::now();
+    std::this_thread::sleep_for(std::chrono::duration<double>(measured_s));
+    const double wall = std::chrono::duration<double>(Clock::now() - t0).count();
+    return {(cpu_seconds() - cpu0) / wall, frames ? (frames->load() - frames0) / wall : 0};
+}
+
+Figure ours(Surface& surface, Choice& choice, const std::string& resolution) {
+    choice.resolution = resolution;
+    ComPtr<media::BaseFilter> decoder;
+    throw_if_failed(
+        app->graph->graph->find_filter_by_name(media::dv_decoder_filter_name, decoder.out()),
+        ERR_FIND_FILTER);
+    CapWin::show_property_pages(main_window, decoder.get(), "DV Capture");
+    app->win->run();
+    const Figure f = measure(&surface.frames);
+    app->win->stop();
+    return f;
+}
+
+// Plain GStreamer: the tape demultiplexed and its video decoded at the tape's pace, the
+// picture thrown away.
+Figure reference(const std::string& tape) {
+    const std::string description = "filesrc location=\"" + tape +
+                                    "\" blocksize=144000 ! dvdemux ! queue ! avdec_dvvideo ! "
+                                    "fakesink sync=true";
+    GError* error = nullptr;
+    GstElement* pipeline = gst_parse_launch(description.c_str(), &error);
+    if (pipeline == nullptr) {
+        std::fprintf(stderr, "%s\n", error ? error->message : "parse failed");
+        std::exit(1);
+    }
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    const Figure f = measure(nullptr);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    return f;
+}
+
 }  // namespace
 
 int main() {
@@ -60,11 +137,17 @@ int main() {
     }
     Host host;
     Surface surface;
+    Choice choice;
     PosixSystemServices system;
     FakeSettingsStore settings;
-    auto factory = kc::gst::make_media_factory(host, surface);
+    auto factory = kc::gst::make_media_factory(host, surface, &choice);
     std::string error;
     if (!kc::deck::register_virtual_deck(error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return 1;
+    }
+    const auto tape = kc::deck::cached_demo_tape(kc::deck::DvSystem::pal_625_50, error);
+    if (tape.empty()) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
@@ -72,7 +155,7 @@ int main() {
     instance = &platform;
     main_window = host.open(&main_proc, 0, IDD_MAIN);
     surface.pane = host.get_dlg_item(main_window, IDC_PREVIEW);
-    host.set_client_size(surface.pane, 720, 576);
+    host.set_client_size(surface.pane, pane_width, pane_height);
 
     app = new CapApp(platform);
     app->connect();
@@ -81,25 +164,27 @@ int main() {
     if (app->dv_vcr()) {
         app->dv->play();
     }
-    app->win->run();
 
-    // The first second settles the pipeline; the next ten are measured.
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    const long frames0 = surface.frames;
-    const double cpu0 = cpu_seconds();
-    const auto t0 = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(std::chrono::seconds(10));
-    const double wall =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    const double cpu = cpu_seconds() - cpu0;
-    const long frames = surface.frames - frames0;
-    const double source_rate = 25.0;
-
-    std::printf("preview 625-50 demo tape into a 720x576 pane, %.1f s of video\n", wall);
-    std::printf("  frames presented: %ld (%.2f/s against a source rate of %.2f/s, %.1f%%)\n",
-                frames, frames / wall, source_rate, 100.0 * frames / wall / source_rate);
-    std::printf("  process CPU time: %.2f s, %.3f s per second of video (%.0f%% of one core)\n",
-                cpu, cpu / wall, 100.0 * cpu / wall);
+    std::printf(
+        "preview of the 625-50 demo tape from the paced deck into a %dx%d pane, "
+        "%.0f s measured each\n",
+        pane_width, pane_height, measured_s);
+    const Figure full = ours(surface, choice, "full");
+    const int full_w = surface.width;
+    const int full_h = surface.height;
+    const Figure half = ours(surface, choice, "half");
+    const Figure plain = reference(tape.string());
+    std::printf("  ours, full resolution: %.1f%% of one core, %.2f frames/s presented at %dx%d\n",
+                100 * full.cpu_per_s, full.frames_per_s, full_w, full_h);
+    std::printf("  ours, half resolution: %.1f%% of one core, %.2f frames/s presented at %dx%d\n",
+                100 * half.cpu_per_s, half.frames_per_s, surface.width.load(),
+                surface.height.load());
+    std::printf(
+        "  reference (filesrc ! dvdemux ! avdec_dvvideo ! fakesink sync=true): "
+        "%.1f%% of one core\n",
+        100 * plain.cpu_per_s);
+    std::printf("  ratio full/reference: %.2fx (goal 1.10x)\n", full.cpu_per_s / plain.cpu_per_s);
+    std::printf("  ratio half/reference: %.2fx (goal 0.60x)\n", half.cpu_per_s / plain.cpu_per_s);
 
     CapApp* ending = app;
     app = nullptr;

@@ -18,6 +18,8 @@ class TapeImage::Storage {
     virtual std::uint64_t size() const = 0;
     virtual std::span<const std::uint8_t> bytes(std::uint64_t offset, std::size_t length,
                                                 std::vector<std::uint8_t>& scratch) const = 0;
+    // Whether `bytes` points into memory that lives as long as the storage.
+    virtual bool in_memory() const { return true; }
 };
 
 namespace {
@@ -59,6 +61,7 @@ class StreamedStorage final : public TapeImage::Storage {
     StreamedStorage(int fd, std::uint64_t size) : fd_(fd), size_(size) {}
     ~StreamedStorage() override { close(fd_); }
     std::uint64_t size() const override { return size_; }
+    bool in_memory() const override { return false; }
     std::span<const std::uint8_t> bytes(std::uint64_t offset, std::size_t length,
                                         std::vector<std::uint8_t>& scratch) const override {
         scratch.resize(length);
@@ -137,26 +140,27 @@ std::shared_ptr<const TapeImage> TapeImage::from_bytes(std::vector<std::uint8_t>
 std::shared_ptr<const TapeImage> TapeImage::build(std::unique_ptr<Storage> storage,
                                                   std::error_code& error) {
     std::shared_ptr<TapeImage> image(new TapeImage(std::move(storage)));
-    if (!image->build_index()) {
+    if (!image->find_frames()) {
         error = std::make_error_code(std::errc::io_error);
         return nullptr;
     }
-    if (image->index_.empty()) {
+    if (image->frame_count_ == 0) {
         error = std::make_error_code(std::errc::invalid_argument);
         return nullptr;
     }
     return image;
 }
 
-bool TapeImage::build_index() {
+bool TapeImage::find_frames() {
     const std::uint64_t total = storage_->size();
     std::vector<std::uint8_t> scratch;
     std::uint64_t at = 0;
-    bool have_system = false;
     // The system is that of the first whole frame. Look for it a window at a time; a
-    // window of four long frames holds any frame that starts in its first three.
+    // window of four long frames holds any frame that starts in its first three. A tape
+    // starts with a frame, or after a few bytes of a cut-off one, so this reads the first
+    // window only; only a file that holds no frame is read to its end.
     const std::size_t longest = deck::frame_bytes(DvSystem::pal_625_50);
-    while (!have_system && at < total) {
+    while (at < total) {
         const std::size_t window =
             static_cast<std::size_t>(std::min<std::uint64_t>(total - at, 4 * longest));
         const auto bytes = storage_->bytes(at, window, scratch);
@@ -172,49 +176,29 @@ bool TapeImage::build_index() {
             }
         }
         if (first) {
-            have_system = true;
-            skipped_bytes_ += *first;
-            at += *first;
-        } else {
-            const std::uint64_t advance = at + window >= total ? window : window - longest + 1;
-            skipped_bytes_ += advance;
-            at += advance;
+            first_offset_ = at + *first;
+            frame_count_ = static_cast<std::int64_t>((total - first_offset_) / frame_bytes());
+            skipped_bytes_ = total - static_cast<std::uint64_t>(frame_count_) * frame_bytes();
+            return true;
         }
+        at += at + window >= total ? window : window - longest + 1;
     }
-    while (at < total) {
-        const std::size_t size = frame_bytes();
-        if (at + size > total) {
-            skipped_bytes_ += total - at;
-            break;
-        }
-        const auto frame = storage_->bytes(at, size, scratch);
-        if (frame.empty()) {
-            return false;
-        }
-        if (is_whole_frame(frame, system_)) {
-            TapeFrame entry;
-            entry.offset = at;
-            entry.timecode = read_timecode(frame, system_);
-            entry.user_bits = read_user_bits(frame, system_).value_or(0);
-            index_.push_back(entry);
-            at += size;
-            continue;
-        }
-        // Damage: look for the next frame among the bytes a frame starting before
-        // at + size + 1 would cover.
-        const std::size_t window = static_cast<std::size_t>(
-            std::min<std::uint64_t>(total - (at + 1), 2 * static_cast<std::uint64_t>(size)));
-        const auto bytes = storage_->bytes(at + 1, window, scratch);
-        if (bytes.size() != window) {
-            return false;
-        }
-        const auto found = find_frame(bytes, system_, 0);
-        const std::uint64_t skip =
-            found ? 1 + *found : std::min<std::uint64_t>(size + 1, total - at);
-        skipped_bytes_ += skip;
-        at += skip;
-    }
+    skipped_bytes_ = total;
     return true;
+}
+
+TapeFrame TapeImage::frame(std::int64_t index) const {
+    TapeFrame entry;
+    entry.offset = offset_of(index);
+    std::vector<std::uint8_t> scratch;
+    const auto bytes = storage_->bytes(entry.offset, frame_bytes(), scratch);
+    if (bytes.size() != frame_bytes() || !is_whole_frame(bytes, system_)) {
+        entry.damaged = true;
+        return entry;
+    }
+    entry.timecode = read_timecode(bytes, system_);
+    entry.user_bits = read_user_bits(bytes, system_).value_or(0);
+    return entry;
 }
 
 bool TapeImage::read_frame(std::int64_t index, std::span<std::uint8_t> out) const {
@@ -222,19 +206,35 @@ bool TapeImage::read_frame(std::int64_t index, std::span<std::uint8_t> out) cons
         return false;
     }
     std::vector<std::uint8_t> scratch;
-    const auto bytes = storage_->bytes(frame(index).offset, out.size(), scratch);
-    if (bytes.size() != out.size()) {
+    const auto bytes = storage_->bytes(offset_of(index), out.size(), scratch);
+    if (bytes.size() != out.size() || !is_whole_frame(bytes, system_)) {
         return false;
     }
     std::memcpy(out.data(), bytes.data(), out.size());
     return true;
 }
 
+bool TapeImage::in_memory() const {
+    return storage_->in_memory();
+}
+
+std::span<const std::uint8_t> TapeImage::frame_view(std::int64_t index) const {
+    if (index < 0 || index >= frame_count() || !storage_->in_memory()) {
+        return {};
+    }
+    std::vector<std::uint8_t> unused;
+    const auto bytes = storage_->bytes(offset_of(index), frame_bytes(), unused);
+    if (bytes.size() != frame_bytes() || !is_whole_frame(bytes, system_)) {
+        return {};
+    }
+    return bytes;
+}
+
 std::vector<TapeSection> TapeImage::sections() const {
     std::vector<TapeSection> out;
     std::int64_t previous_count = 0;
     for (std::int64_t i = 0; i < frame_count(); ++i) {
-        const TapeFrame& f = frame(i);
+        const TapeFrame f = frame(i);
         std::optional<TapeTime> time;
         std::int64_t count = 0;
         if (f.timecode) {

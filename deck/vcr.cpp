@@ -396,14 +396,17 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
     return Fetch::frame;
 }
 
+void VirtualVcr::lost_on_reading(const FetchedFrame& info) {
+    std::lock_guard lock(mutex_);
+    --counters_.delivered;
+    ++counters_.dropped;
+    dropped_since_taken_ += 1 + info.dropped_before;
+}
+
 FetchStatus VirtualVcr::copy_frame(const FetchedFrame& info, std::vector<std::uint8_t>& out) {
     out.resize(tape_->frame_bytes());
     if (!tape_->read_frame(info.tape_frame, out)) {
-        // The image could not be read: the frame never reached the bus.
-        std::lock_guard lock(mutex_);
-        --counters_.delivered;
-        ++counters_.dropped;
-        dropped_since_taken_ += 1 + info.dropped_before;
+        lost_on_reading(info);
         return FetchStatus::not_due;
     }
     return FetchStatus::frame;
@@ -429,8 +432,9 @@ FetchStatus VirtualVcr::fetch_frame(std::vector<std::uint8_t>& out, FetchedFrame
     return FetchStatus::no_picture;
 }
 
-FetchStatus VirtualVcr::wait_frame(std::vector<std::uint8_t>& out, FetchedFrame& info,
-                                   std::int64_t max_wait_ms) {
+template <class Deliver>
+FetchStatus VirtualVcr::wait_and_deliver(FetchedFrame& info, std::int64_t max_wait_ms,
+                                         Deliver deliver) {
     std::unique_lock lock(mutex_);
     const std::uint64_t generation = wait_generation_;
     const std::int64_t give_up = clock_.now_ms() + max_wait_ms;
@@ -439,9 +443,8 @@ FetchStatus VirtualVcr::wait_frame(std::vector<std::uint8_t>& out, FetchedFrame&
         const Fetch result = take_due(info, &next_due);
         if (result == Fetch::frame) {
             lock.unlock();
-            const FetchStatus copied = copy_frame(info, out);
-            if (copied == FetchStatus::frame) {
-                return copied;
+            if (deliver(info)) {
+                return FetchStatus::frame;
             }
             lock.lock();
             continue;
@@ -460,6 +463,25 @@ FetchStatus VirtualVcr::wait_frame(std::vector<std::uint8_t>& out, FetchedFrame&
             return FetchStatus::cancelled;
         }
     }
+}
+
+FetchStatus VirtualVcr::wait_frame(std::vector<std::uint8_t>& out, FetchedFrame& info,
+                                   std::int64_t max_wait_ms) {
+    return wait_and_deliver(info, max_wait_ms, [this, &out](const FetchedFrame& taken) {
+        return copy_frame(taken, out) == FetchStatus::frame;
+    });
+}
+
+FetchStatus VirtualVcr::wait_frame_view(std::span<const std::uint8_t>& out, FetchedFrame& info,
+                                        std::int64_t max_wait_ms) {
+    return wait_and_deliver(info, max_wait_ms, [this, &out](const FetchedFrame& taken) {
+        out = tape_->frame_view(taken.tape_frame);
+        if (out.empty()) {
+            lost_on_reading(taken);
+            return false;
+        }
+        return true;
+    });
 }
 
 void VirtualVcr::start_stream() {

@@ -137,6 +137,8 @@ class VirtualVcr {
     VirtualVcr(std::shared_ptr<const TapeImage> tape, const Clock& clock, VcrOptions options = {});
 
     const TapeImage& tape() const { return *tape_; }
+    // The image itself, for a consumer that keeps frames of it beyond the deck's life.
+    std::shared_ptr<const TapeImage> tape_image() const { return tape_; }
     DvSystem system() const { return tape_->system(); }
     Pacing pacing() const { return options_.pacing; }
     // Winding and searching speed from the next command on (tests make seeks take longer
@@ -183,6 +185,10 @@ class VirtualVcr {
     // no_picture).
     FetchStatus wait_frame(std::vector<std::uint8_t>& out, FetchedFrame& info,
                            std::int64_t max_wait_ms);
+    // Like wait_frame, but gives the frame where it lies in the image's memory, without a
+    // copy (valid while the image lives). For images in memory (TapeImage::in_memory).
+    FetchStatus wait_frame_view(std::span<const std::uint8_t>& out, FetchedFrame& info,
+                                std::int64_t max_wait_ms);
     // Makes every wait_frame blocked now return cancelled (a streaming thread being shut).
     void cancel_waits();
     // A consumer begins or ends taking every frame: frames it misses in between count as
@@ -220,6 +226,13 @@ class VirtualVcr {
     std::int64_t tick_time(std::int64_t k) const;
     Fetch take_due(FetchedFrame& info, std::int64_t* next_due_ms);
     FetchStatus copy_frame(const FetchedFrame& info, std::vector<std::uint8_t>& out);
+    // A frame taken that cannot be read (damaged, or the file failed): it never reaches
+    // the consumer and counts as dropped before the next one.
+    void lost_on_reading(const FetchedFrame& info);
+    // The wait of wait_frame; `deliver` hands the taken frame over (outside the lock) and
+    // says whether it could.
+    template <class Deliver>
+    FetchStatus wait_and_deliver(FetchedFrame& info, std::int64_t max_wait_ms, Deliver deliver);
 
     std::shared_ptr<const TapeImage> tape_;
     const Clock& clock_;

@@ -149,6 +149,10 @@ inline std::string capture_log_path(const std::string& file) {
     return (has_extension ? file.substr(0, dot) : file) + ".log";
 }
 
+// The name under which a DV preview's decoder is in the graph: the properties dialog
+// finds it by this name to open its pages.
+inline constexpr const char* dv_decoder_filter_name = "DV Video Decoder";
+
 // Property pages of an object. Page ids name the pages the host can show for it.
 class SpecifyPropertyPages : public Unknown {
   public:

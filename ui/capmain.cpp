@@ -283,9 +283,14 @@ void CapMainDialog::pause() {
 }
 
 void CapMainDialog::record() {
-    // Scene detection reads timecodes and builds DV graphs, so it applies to a DV source
-    // only; with any other source Record makes a plain recording.
-    if (app->scene_detection && app->source_is_dv && dv_attached()) {
+    // Scene detection reads timecodes and builds DV graphs, so it needs a DV device. With
+    // any other source it is refused as a batch capture is, rather than quietly making one
+    // plain recording the user did not ask for.
+    if (app->scene_detection) {
+        if (!(app->source_is_dv && dv_attached())) {
+            show_error(no_device_error());
+            return;
+        }
         CapSceneCaptureDialog scenes;
         run_child(scenes, IDD_SCENE_DETECT);
         return;

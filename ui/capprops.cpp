@@ -16,7 +16,6 @@ constexpr int wdm_only_controls[] = {IDC_PROP_AUDIO_DEVICE, IDC_PROP_VIDEO_CODEC
                                      IDC_PROP_AUDIO_CODEC, IDC_PROP_WDM_PAGES};
 
 constexpr const char* no_compression = "No compression";
-constexpr const char* decoder_filter_name = "DV Video Decoder";
 // Texts read back are limited as the classic 260-character path buffer limits them.
 constexpr int text_buffer_chars = 260;
 
@@ -190,7 +189,8 @@ void CapPropsDialog::browse() {
 void CapPropsDialog::show_decoder_pages() {
     const bool was_running = app->win->running();
     ComPtr<media::BaseFilter> decoder;
-    const HRESULT hr = app->graph->graph->find_filter_by_name(decoder_filter_name, decoder.out());
+    const HRESULT hr =
+        app->graph->graph->find_filter_by_name(media::dv_decoder_filter_name, decoder.out());
     if (FAILED(hr) || !decoder.valid()) {
         throw new ComError(hr, ERR_FIND_FILTER);
     }

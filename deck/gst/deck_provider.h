@@ -15,7 +15,8 @@
 namespace kc::deck {
 
 // Adds the deck's source provider. Call once at start-up after the FireWire provider, so
-// that the deck is listed after any real device. True when the deck was added or not
+// that the deck is listed after any FireWire unit (and, like them, before the webcams and
+// other sources GStreamer finds). True when the deck was added or not
 // asked for; false with `error` set to a sentence for the user when the variable names a
 // tape that cannot be played (missing file, not DV, demo tape not writable).
 bool register_virtual_deck(std::string& error);

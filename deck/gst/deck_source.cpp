@@ -5,6 +5,8 @@
 #include "platform/gst/dv_frame_meta.h"
 
 #include <atomic>
+#include <memory>
+#include <span>
 #include <vector>
 
 namespace kc::deck {
@@ -103,11 +105,16 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
     const kc::deck::FrameRate rate = kc::deck::frame_rate(s->vcr->system());
     const bool paced = s->vcr->pacing() == kc::deck::Pacing::real_time;
     kc::deck::FetchedFrame info;
+    // A tape in memory is handed to the pipeline where it lies; one read from a file is
+    // copied out of it.
+    const bool in_memory = s->vcr->tape().in_memory();
+    std::span<const std::uint8_t> view;
     for (;;) {
         if (s->flushing) {
             return GST_FLOW_FLUSHING;
         }
-        const kc::deck::FetchStatus status = s->vcr->wait_frame(s->frame, info, 200);
+        const kc::deck::FetchStatus status = in_memory ? s->vcr->wait_frame_view(view, info, 200)
+                                                       : s->vcr->wait_frame(s->frame, info, 200);
         if (status == kc::deck::FetchStatus::frame) {
             break;
         }
@@ -127,7 +134,18 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
             return GST_FLOW_EOS;
         }
     }
-    GstBuffer* buffer = gst_buffer_new_memdup(s->frame.data(), s->frame.size());
+    GstBuffer* buffer = nullptr;
+    if (in_memory) {
+        // The buffer keeps the image (and so its mapping) alive until the last element
+        // lets go of the frame, which may be after the deck has been closed.
+        auto* keep = new std::shared_ptr<const kc::deck::TapeImage>(s->vcr->tape_image());
+        buffer = gst_buffer_new_wrapped_full(
+            GST_MEMORY_FLAG_READONLY, const_cast<std::uint8_t*>(view.data()), view.size(), 0,
+            view.size(), keep,
+            [](gpointer p) { delete static_cast<std::shared_ptr<const kc::deck::TapeImage>*>(p); });
+    } else {
+        buffer = gst_buffer_new_memdup(s->frame.data(), s->frame.size());
+    }
     const GstClockTime duration = gst_util_uint64_scale(GST_SECOND, static_cast<guint64>(rate.den),
                                                         static_cast<guint64>(rate.num));
     if (!paced) {

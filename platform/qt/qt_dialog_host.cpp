@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #include "platform/qt/dialog_units.h"
+#include "platform/qt/property_dialog.h"
 #include "platform/qt/qt_host_internal.h"
 #include "resources/dialog_template.h"
 
@@ -561,6 +562,22 @@ VideoSurface* QtDialogHost::surface_for(WindowHandle pane) {
         n->surface->pane = n->widget;
     }
     return n->surface;
+}
+
+std::pair<int, int> QtDialogHost::presented_size(WindowHandle pane) {
+    Node* n = node(pane);
+    if (n == nullptr || n->surface == nullptr || !n->surface->has_frame()) {
+        return {0, 0};
+    }
+    const QSize size = n->surface->frame_size();
+    return {size.width(), size.height()};
+}
+
+// --- Property frames -------------------------------------------------------------------------
+
+std::optional<PropertyChanges> QtDialogHost::show_property_frame(
+    WindowHandle owner, const std::string& caption, const std::vector<PropertyPage>& pages) {
+    return run_property_dialog(widget(owner), caption, pages);
 }
 
 void QtDialogHost::frame_ready(PaneSurface* surface) {

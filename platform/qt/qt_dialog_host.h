@@ -1,7 +1,8 @@
 // The dialog host on Qt 6 Widgets: builds every dialog from its template data, runs
 // nested modal loops, and turns Qt events into the window messages the dialog framework
 // routes. It is also the media layer's VideoSurfaces: each preview pane is a widget that
-// paints the newest frame the renderer presented.
+// paints the newest frame the renderer presented; and its PropertyFrames: a filter's
+// property pages run as the generic property dialog.
 //
 // One instance per process, created on the user-interface thread after QApplication and
 // destroyed before it. Every call runs on that thread except post_message and the
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include "platform/dialog_host.h"
+#include "platform/property_pages.h"
 #include "platform/video_surface.h"
 
 class QWidget;
@@ -40,7 +42,10 @@ struct HostOptions {
     std::vector<std::string> art_dirs;
 };
 
-class QtDialogHost : public QObject, public DialogHost, public VideoSurfaces {
+class QtDialogHost : public QObject,
+                     public DialogHost,
+                     public VideoSurfaces,
+                     public PropertyFrames {
   public:
     explicit QtDialogHost(HostOptions options = {});
     ~QtDialogHost() override;
@@ -67,6 +72,8 @@ class QtDialogHost : public QObject, public DialogHost, public VideoSurfaces {
     }
     // Whether a bitmap of that id was found on disk (not drawn as a stand-in).
     bool has_art(int bitmap_id) const;
+    // The size of the newest frame presented to a pane; (0, 0) without one.
+    std::pair<int, int> presented_size(WindowHandle pane);
 
     // --- DialogHost ------------------------------------------------------------------
     LResult dialog_box(int template_id, WindowHandle parent, DialogProc proc,
@@ -135,6 +142,11 @@ class QtDialogHost : public QObject, public DialogHost, public VideoSurfaces {
 
     // --- VideoSurfaces -----------------------------------------------------------------
     VideoSurface* surface_for(WindowHandle pane) override;
+
+    // --- PropertyFrames ----------------------------------------------------------------
+    std::optional<PropertyChanges> show_property_frame(
+        WindowHandle owner, const std::string& caption,
+        const std::vector<PropertyPage>& pages) override;
 
     // --- Used by the host's own widgets (UI thread) --------------------------------------
     // Sends a message to a window's procedure now: the dialog procedure of a dialog,

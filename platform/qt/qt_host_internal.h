@@ -129,6 +129,7 @@ class PaneSurface : public VideoSurface {
     // UI thread: draws the newest frame scaled into `target`, black without one.
     void paint(QPainter& painter, const QRect& target);
     bool has_frame();
+    QSize frame_size();
 
     QPointer<QWidget> pane;  // UI thread only
     std::atomic<bool> repaint_pending{false};

@@ -105,6 +105,11 @@ bool PaneSurface::has_frame() {
     return !frame.isNull();
 }
 
+QSize PaneSurface::frame_size() {
+    std::lock_guard lock(mutex);
+    return frame.size();
+}
+
 void PaneSurface::paint(QPainter& painter, const QRect& target) {
     std::lock_guard lock(mutex);
     if (frame.isNull()) {

@@ -189,7 +189,9 @@ class DevEnum : public media::CreateDevEnum, public Counted {
         std::vector<DeviceMoniker*> list;
         switch (category) {
             case media::DeviceCategory::video_input:
-                list = monitor_devices(false);
+                // DV units come first, in the order their providers registered (FireWire,
+                // then the virtual deck): they are what the program is for, and the first
+                // device is the one it opens at start. Webcams and other sources follow.
                 for (const auto& provider : source_providers()) {
                     for (auto& device : provider->devices()) {
                         if (!device) {
@@ -201,6 +203,9 @@ class DevEnum : public media::CreateDevEnum, public Counted {
                         list.push_back(new DeviceMoniker(
                             values, [device] { return make_filter_from_provider(device); }));
                     }
+                }
+                for (DeviceMoniker* other : monitor_devices(false)) {
+                    list.push_back(other);
                 }
                 break;
             case media::DeviceCategory::audio_input:

@@ -118,6 +118,13 @@ HRESULT Filter::query_interface(Iid iid, void** out) {
                 return give(static_cast<media::SceneSplit*>(this), out);
             }
             break;
+        case Iid::specify_property_pages:
+            // Pages show an element's settings; the DV writer's stand-in file writer has
+            // none of its own.
+            if (element) {
+                return give(static_cast<media::SpecifyPropertyPages*>(this), out);
+            }
+            break;
         default:
             break;
     }

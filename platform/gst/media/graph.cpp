@@ -15,6 +15,9 @@ namespace kc::gst::detail {
 Graph::Graph(DialogHost& host_, VideoSurfaces& surfaces_) : host(host_), surfaces(surfaces_) {
     pipeline = gst_pipeline_new("capture-graph");
     gst_object_ref_sink(pipeline);
+    // Each sink's own end of stream reaches the bus too, not only the pipeline's: stopping
+    // waits for the file writer's alone.
+    g_object_set(pipeline, "message-forward", TRUE, nullptr);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, &Graph::on_bus, this, nullptr);
     gst_object_unref(bus);
@@ -27,6 +30,13 @@ Graph::~Graph() {
     gst_object_unref(bus);
     while (!filters.empty()) {
         remove_filter(filters.back());
+    }
+    {
+        std::lock_guard guard(video.lock);
+        if (video.caps) {
+            gst_object_unref(video.caps);
+            video.caps = nullptr;
+        }
     }
     std::lock_guard guard(lock);
     for (auto& e : events) {
@@ -79,7 +89,7 @@ HRESULT Graph::add_filter(media::BaseFilter* base, const std::string& name) {
             return VFW_E_DUPLICATE_NAME;
         }
     }
-    if (f->element && !gst_bin_add(GST_BIN(pipeline), f->element)) {
+    if (f->element && f->part_of == nullptr && !gst_bin_add(GST_BIN(pipeline), f->element)) {
         return E_FAIL;
     }
     if (f->tee) {
@@ -103,6 +113,18 @@ HRESULT Graph::remove_filter(media::BaseFilter* base) {
     if (f == nullptr || it == filters.end()) {
         return E_INVALIDARG;
     }
+    // The filters over elements inside this one's bin go with it.
+    for (bool found = true; found;) {
+        found = false;
+        for (auto* part : filters) {
+            if (part->part_of == f) {
+                remove_filter(part);
+                found = true;
+                break;
+            }
+        }
+    }
+    it = std::find(filters.begin(), filters.end(), f);
     for (auto& pin : f->pins) {
         if (pin->peer) {
             disconnect(pin->peer);
@@ -114,10 +136,14 @@ HRESULT Graph::remove_filter(media::BaseFilter* base) {
         gst_element_set_state(f->tee, GST_STATE_NULL);
         gst_bin_remove(GST_BIN(pipeline), f->tee);
     }
-    if (f->element) {
+    if (f->kind == Kind::renderer) {
+        drop_scale(video, f->element);
+    }
+    if (f->element && f->part_of == nullptr) {
         gst_element_set_state(f->element, GST_STATE_NULL);
         gst_bin_remove(GST_BIN(pipeline), f->element);
     }
+    f->part_of = nullptr;
     f->graph = nullptr;
     f->release();
     return S_OK;
@@ -178,6 +204,12 @@ HRESULT Graph::run() {
     }
     running_wanted = true;
     lost_reported = false;
+    {
+        // The writer may finish before stop() is called (a tape that ends the stream).
+        std::lock_guard guard(lock);
+        awaited_writer = file_writer();
+        writer_done = false;
+    }
     const GstStateChangeReturn r = gst_element_set_state(pipeline, GST_STATE_PLAYING);
     if (r == GST_STATE_CHANGE_FAILURE) {
         gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -186,20 +218,40 @@ HRESULT Graph::run() {
     return r == GST_STATE_CHANGE_ASYNC ? S_FALSE : S_OK;
 }
 
+GstElement* Graph::file_writer() const {
+    for (auto* f : filters) {
+        if (f->element &&
+            ((f->kind == Kind::mux && f->dv_writer) || f->kind == Kind::file_writer)) {
+            return f->element;
+        }
+    }
+    return nullptr;
+}
+
 HRESULT Graph::stop() {
     running_wanted = false;
-    // EOS first, so that the file writer finishes the file from a drained pipeline
-    // when it can; a source that does not stop on EOS is cut by going to NULL.
+    // A capture ends with EOS, so that the file writer finishes the file (and the frame
+    // gate its log) from a drained capture branch; a source that does not stop on EOS is
+    // cut by going to NULL. Only the writer is waited for: the clock-synced preview would
+    // report its end only once its backlog had played out, seconds later, and what it
+    // still holds is of no use once the user has stopped.
     GstState state = GST_STATE_NULL;
     gst_element_get_state(pipeline, &state, nullptr, 0);
-    if (state == GST_STATE_PLAYING) {
+    bool wait = false;
+    {
+        std::lock_guard guard(lock);
+        wait = state == GST_STATE_PLAYING && awaited_writer != nullptr && !writer_done;
+    }
+    if (wait) {
         gst_element_send_event(pipeline, gst_event_new_eos());
         std::unique_lock guard(lock);
-        drained.wait_for(guard, std::chrono::seconds(3), [this] { return eos_seen; });
+        drained.wait_for(guard, std::chrono::seconds(3), [this] { return writer_done; });
     }
+    // Going to NULL deactivates the pads, which waits for a streaming thread still
+    // inside the EOS (the gate writes the end of its log after the writer has closed).
     gst_element_set_state(pipeline, GST_STATE_NULL);
     std::lock_guard guard(lock);
-    eos_seen = false;
+    awaited_writer = nullptr;
     return S_OK;
 }
 
@@ -298,14 +350,29 @@ Filter* Graph::filter_of(GstObject* object) {
 GstBusSyncReply Graph::on_bus(GstBus*, GstMessage* message, gpointer data) {
     auto* self = static_cast<Graph*>(data);
     switch (GST_MESSAGE_TYPE(message)) {
-        case GST_MESSAGE_EOS: {
-            {
-                std::lock_guard guard(self->lock);
-                self->eos_seen = true;
-            }
-            self->drained.notify_all();
+        case GST_MESSAGE_EOS:
             if (self->running_wanted) {
                 self->queue_event(media::EC_COMPLETE, 0, 0);
+            }
+            break;
+        case GST_MESSAGE_ELEMENT: {
+            // A sink's own EOS, forwarded by the pipeline.
+            const GstStructure* s = gst_message_get_structure(message);
+            const GValue* inner = gst_structure_has_name(s, "GstBinForwarded")
+                                      ? gst_structure_get_value(s, "message")
+                                      : nullptr;
+            GstMessage* forwarded = inner ? GST_MESSAGE(g_value_get_boxed(inner)) : nullptr;
+            if (forwarded && GST_MESSAGE_TYPE(forwarded) == GST_MESSAGE_EOS) {
+                bool done = false;
+                {
+                    std::lock_guard guard(self->lock);
+                    done = self->awaited_writer != nullptr &&
+                           GST_MESSAGE_SRC(forwarded) == GST_OBJECT(self->awaited_writer);
+                    self->writer_done = self->writer_done || done;
+                }
+                if (done) {
+                    self->drained.notify_all();
+                }
             }
             break;
         }
@@ -551,7 +618,8 @@ void Graph::unrealise(PinImpl& out) {
 }
 
 Filter* Graph::add_renderer(MajorType type, bool dv) {
-    Filter* f = make_renderer(type, dv, &video);
+    GstElement* decoder = nullptr;
+    Filter* f = make_renderer(type, dv, &video, &decoder);
     char name[48];
     std::snprintf(name, sizeof name, "%s Renderer %zu",
                   type == MajorType::audio && !dv ? "Audio" : "Video", filters.size());
@@ -560,6 +628,16 @@ Filter* Graph::add_renderer(MajorType type, bool dv) {
         return nullptr;
     }
     f->release();  // the graph holds it
+    if (decoder) {
+        // The decoder is found by this name to open its property pages; a second DV
+        // preview in one graph would share it, so it keeps the first one's.
+        auto* d = new Filter(Kind::decoder, decoder);
+        d->part_of = f;
+        if (failed(add_filter(d, media::dv_decoder_filter_name))) {
+            d->part_of = nullptr;
+        }
+        d->release();
+    }
     return f;
 }
 

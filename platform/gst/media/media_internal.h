@@ -68,7 +68,12 @@ class Counted {
         return down();                 \
     }
 
-enum class Kind { source, audio_source, compressor, splitter, mux, file_writer, renderer };
+enum class Kind { source, audio_source, compressor, splitter, mux, file_writer, renderer, decoder };
+
+// The property pages a filter lists: its element's settings, and the DV decoder's
+// display resolution.
+constexpr media::Guid settings_page_id{0x6b630001, 0x4b43, 0x0001, {0x8a, 0x1d, 0, 0, 0, 0, 0, 1}};
+constexpr media::Guid display_page_id{0x6b630002, 0x4b43, 0x0001, {0x8a, 0x1d, 0, 0, 0, 0, 0, 2}};
 
 class Graph;
 class Filter;
@@ -106,6 +111,7 @@ class Filter : public media::BaseFilter,
                public media::FileSink,
                public media::DroppedFrames,
                public media::SceneSplit,
+               public media::SpecifyPropertyPages,
                public Counted {
   public:
     Filter(Kind kind_, GstElement* element_);
@@ -118,6 +124,7 @@ class Filter : public media::BaseFilter,
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
     HRESULT split_at_break() override;
+    HRESULT get_pages(std::vector<media::Guid>& pages) override;
 
     PinImpl* add_pin(PinDirection d, std::string name, MajorType type);
 
@@ -128,6 +135,9 @@ class Filter : public media::BaseFilter,
     bool dv_writer = false;     // a kestrelavisink multiplexer
     Unknown* control = nullptr;
     Graph* graph = nullptr;
+    // A filter over an element inside another filter's bin (the preview's DV decoder): it
+    // is named in the graph so that it can be found, and goes when that filter goes.
+    Filter* part_of = nullptr;
     std::string graph_name;
     std::string friendly_name;  // sources: the device's name, for the capture log
     std::string file;
@@ -148,19 +158,32 @@ Filter* make_filter_from_provider(std::shared_ptr<SourceDevice> device);
 Filter* make_compressor(GstElementFactory* factory, bool audio);
 Filter* make_splitter();
 
+// Property pages (property_pages.cpp): the pages of `ids` a filter has, and the user's
+// changes applied to its element.
+std::vector<PropertyPage> pages_of(Filter& filter, const std::vector<media::Guid>& ids);
+void apply_changes(Filter& filter, const PropertyChanges& changes);
+
 // The preview renderer (preview_renderer.cpp).
 
 // Frames of the video renderer's appsink go to the surface of the pane that owns the
-// video window; the pane's size sets the scaling caps.
+// video window; the pane's size and the decoded size set the scaling caps.
 struct VideoOut {
     std::mutex lock;
     VideoSurface* surface = nullptr;
-    GstElement* caps = nullptr;  // capsfilter after videoscale (borrowed from the bin)
-    int width = 0;
+    // The capsfilter before the appsink, one reference held while its renderer is in the
+    // graph: the pane can be resized after the renderer has gone.
+    GstElement* caps = nullptr;
+    int width = 0;  // the pane's client size
     int height = 0;
+    int decoded_width = 0;  // what reaches the scaler
+    int decoded_height = 0;
 };
+// Sets the capsfilter's caps from the sizes; `out.lock` held.
 void set_scale(VideoOut& out);
-Filter* make_renderer(MajorType type, bool dv, VideoOut* out);
+// Lets go of the capsfilter when it belongs to `renderer`, which is leaving the graph.
+void drop_scale(VideoOut& out, GstElement* renderer);
+// The default renderer; a DV renderer gives its decoder in `decoder` (may be null).
+Filter* make_renderer(MajorType type, bool dv, VideoOut* out, GstElement** decoder);
 
 // The graph (graph.cpp).
 struct Event {
@@ -211,6 +234,8 @@ class Graph : public media::GraphBuilder,
     std::shared_ptr<capture::Carry> carry = std::make_shared<capture::Carry>();
 
   private:
+    // The element that writes the capture file, or null in a graph without one.
+    GstElement* file_writer() const;
     // The DV capture branch's gate for `source`, writing into the graph's DV file.
     GstElement* add_capture_gate(Filter& source);
     void release_params(long code, LParam p1);
@@ -226,7 +251,10 @@ class Graph : public media::GraphBuilder,
     std::condition_variable queued;
     std::condition_variable drained;
     std::deque<Event> events;
-    bool eos_seen = false;
+    // While the graph runs: the element writing the capture file, and whether its own
+    // EOS has come.
+    GstElement* awaited_writer = nullptr;
+    bool writer_done = false;
     std::atomic<bool> running_wanted{false};
     std::atomic<bool> lost_reported{false};
     WindowHandle notify_window = nullptr;

@@ -4,6 +4,7 @@
 // GStreamer's own.
 #include <gst/app/gstappsink.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <mutex>
 
@@ -23,7 +24,7 @@ GstFlowReturn on_sample(GstAppSink* sink, gpointer data) {
     int width = 0;
     int height = 0;
     if (s && gst_structure_get_int(s, "width", &width) &&
-        gst_structure_get_int(s, "height", &height)) {
+        gst_structure_get_int(s, "height", &height) && width > 0 && height > 0) {
         GstBuffer* buffer = gst_sample_get_buffer(sample);
         GstMapInfo map;
         if (buffer && gst_buffer_map(buffer, &map, GST_MAP_READ)) {
@@ -46,13 +47,33 @@ void set_scale(VideoOut& out) {
     if (out.caps == nullptr) {
         return;
     }
+    // The renderer never enlarges: the pane's surface scales what it is given, and a
+    // frame decoded at a lower resolution is painted up from its own size, which costs
+    // the conversion nothing. So the frame is the pane's size, or the decoded size where
+    // that is smaller.
+    int width = out.width;
+    int height = out.height;
+    if (out.decoded_width > 0 && out.decoded_height > 0) {
+        width = width > 0 ? std::min(width, out.decoded_width) : out.decoded_width;
+        height = height > 0 ? std::min(height, out.decoded_height) : out.decoded_height;
+    }
     GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", nullptr);
-    if (out.width > 0 && out.height > 0) {
-        gst_caps_set_simple(caps, "width", G_TYPE_INT, out.width, "height", G_TYPE_INT, out.height,
-                            "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+    if (width > 0 && height > 0) {
+        gst_caps_set_simple(caps, "width", G_TYPE_INT, width, "height", G_TYPE_INT, height,
+                            nullptr);
     }
     g_object_set(out.caps, "caps", caps, nullptr);
     gst_caps_unref(caps);
+}
+
+void drop_scale(VideoOut& out, GstElement* renderer) {
+    std::lock_guard guard(out.lock);
+    if (out.caps && gst_object_has_as_ancestor(GST_OBJECT(out.caps), GST_OBJECT(renderer))) {
+        gst_object_unref(out.caps);
+        out.caps = nullptr;
+        out.decoded_width = 0;
+        out.decoded_height = 0;
+    }
 }
 
 namespace {
@@ -62,25 +83,70 @@ const char* audio_sink_factory() {
     return chosen && *chosen ? chosen : "autoaudiosink";
 }
 
-GstElement* video_chain(GstElement* bin, VideoOut* out, bool dv) {
+// The size of the frames that reach the scaler, as each new format arrives: it bounds
+// the size the renderer asks for.
+GstPadProbeReturn note_decoded_size(GstPad*, GstPadProbeInfo* info, gpointer data) {
+    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+    if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
+        return GST_PAD_PROBE_OK;
+    }
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    GstStructure* s = caps ? gst_caps_get_structure(caps, 0) : nullptr;
+    int width = 0;
+    int height = 0;
+    if (s && gst_structure_get_int(s, "width", &width) &&
+        gst_structure_get_int(s, "height", &height)) {
+        auto* out = static_cast<VideoOut*>(data);
+        std::lock_guard guard(out->lock);
+        out->decoded_width = width;
+        out->decoded_height = height;
+        set_scale(*out);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+// Decoded frames are scaled to the pane's size before they are converted to the
+// surface's pixels: the conversion then works on the small picture, not on the full
+// 720 x 576 one.
+GstElement* video_chain(GstElement* bin, VideoOut* out, bool dv, GstElement** decoder) {
     GstElement* queue = make("queue", "vq");
     GstElement* decode =
         dv ? make(gst_element_factory_find("avdec_dvvideo") ? "avdec_dvvideo" : "dvdec") : nullptr;
-    GstElement* convert = make("videoconvert");
     GstElement* scale = make("videoscale");
+    GstElement* convert = make("videoconvert");
     GstElement* caps = make("capsfilter");
     GstElement* sink = make("appsink");
     g_object_set(queue, "max-size-buffers", 3, "leaky", 2, nullptr);
+    // A preview is a glance at the tape, not the picture kept: the nearest pixel, and no
+    // chroma filtering or dithering, cost a fraction of the careful defaults.
+    g_object_set(scale, "method", 0, nullptr);
+    g_object_set(convert, "chroma-mode", 3, "dither", 0, nullptr);
     g_object_set(sink, "max-buffers", 2, "drop", TRUE, "sync", TRUE, "qos", TRUE, nullptr);
-    gst_bin_add_many(GST_BIN(bin), queue, convert, scale, caps, sink, nullptr);
+    gst_bin_add_many(GST_BIN(bin), queue, scale, convert, caps, sink, nullptr);
     if (decode) {
         gst_bin_add(GST_BIN(bin), decode);
-        gst_element_link_many(queue, decode, convert, scale, caps, sink, nullptr);
+        gst_element_link_many(queue, decode, scale, convert, caps, sink, nullptr);
     } else {
-        gst_element_link_many(queue, convert, scale, caps, sink, nullptr);
+        gst_element_link_many(queue, scale, convert, caps, sink, nullptr);
     }
-    out->caps = caps;
-    set_scale(*out);
+    if (decoder) {
+        *decoder = decode;
+    }
+    GstPad* scale_sink = gst_element_get_static_pad(scale, "sink");
+    gst_pad_add_probe(scale_sink, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, note_decoded_size, out,
+                      nullptr);
+    gst_object_unref(scale_sink);
+    {
+        std::lock_guard guard(out->lock);
+        if (out->caps) {
+            gst_object_unref(out->caps);
+        }
+        out->caps = GST_ELEMENT(gst_object_ref(caps));
+        out->decoded_width = 0;
+        out->decoded_height = 0;
+        set_scale(*out);
+    }
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = on_sample;
     gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, out, nullptr);
@@ -126,19 +192,22 @@ void link_demux_pad(GstElement*, GstPad* pad, gpointer data) {
 
 // The default renderers of a preview request: DV is split and decoded, then shown and
 // played; raw video is shown, raw audio played.
-Filter* make_renderer(MajorType type, bool dv, VideoOut* out) {
+Filter* make_renderer(MajorType type, bool dv, VideoOut* out, GstElement** decoder) {
     GstElement* bin = gst_bin_new(nullptr);
+    if (decoder) {
+        *decoder = nullptr;
+    }
     if (dv) {
         GstElement* demux = make("dvdemux");
         gst_bin_add(GST_BIN(bin), demux);
-        video_chain(bin, out, true);
+        video_chain(bin, out, true, decoder);
         audio_chain(bin);
         g_signal_connect(demux, "pad-added", G_CALLBACK(link_demux_pad), bin);
         ghost_sink(bin, demux);
     } else if (type == MajorType::audio) {
         ghost_sink(bin, audio_chain(bin));
     } else {
-        ghost_sink(bin, video_chain(bin, out, false));
+        ghost_sink(bin, video_chain(bin, out, false, nullptr));
     }
     auto* f = new Filter(Kind::renderer, bin);
     f->add_pin(PinDirection::input, "Input", dv ? MajorType::interleaved : type);

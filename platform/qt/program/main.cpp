@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
     auto& host = *new kc::qt::QtDialogHost(kc::qt::HostOptions{art_dirs()});
     static PosixSystemServices system;
     static PosixSettingsStore settings(PosixSettingsStore::default_file());
-    static std::unique_ptr<media::MediaFactory> media = kc::program::make_media_factory(host, host);
+    static std::unique_ptr<media::MediaFactory> media =
+        kc::program::make_media_factory(host, host, host);
     kc::program::register_extra_sources();
     std::fprintf(stderr, "kestrel-capture: %s\n", kc::program::media_summary().c_str());
     if (BitmapHandle skin = host.load_bitmap(IDB_SKIN, false)) {

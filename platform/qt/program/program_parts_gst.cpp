@@ -13,8 +13,9 @@
 
 namespace kc::program {
 
-std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost& host, VideoSurfaces& surfaces) {
-    return kc::gst::make_media_factory(host, surfaces);
+std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost& host, VideoSurfaces& surfaces,
+                                                        PropertyFrames& frames) {
+    return kc::gst::make_media_factory(host, surfaces, &frames);
 }
 
 void register_extra_sources() {

@@ -24,7 +24,8 @@ class NoMediaFactory : public media::MediaFactory {
 
 }  // namespace
 
-std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost&, VideoSurfaces&) {
+std::unique_ptr<media::MediaFactory> make_media_factory(DialogHost&, VideoSurfaces&,
+                                                        PropertyFrames&) {
     return std::make_unique<NoMediaFactory>();
 }
 

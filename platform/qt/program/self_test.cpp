@@ -1,6 +1,8 @@
 #include "platform/qt/program/self_test.h"
 
 #include <QApplication>
+#include <QComboBox>
+#include <QDialog>
 #include <QDir>
 #include <QFileInfo>
 #include <QPixmap>
@@ -24,7 +26,8 @@ namespace {
 
 void usage() {
     std::fprintf(stderr,
-                 "usage: kestrel-capture [--self-test-capture SECONDS [--scenes] | --tour]\n"
+                 "usage: kestrel-capture [--self-test-capture SECONDS [--scenes] | --tour |\n"
+                 "                        --self-test-properties RESOLUTION]\n"
                  "                       [--output DIR] [--screenshot FILE.png]\n"
                  "                       [--screenshots DIR]\n");
 }
@@ -133,6 +136,8 @@ class Driver {
             save_grab(host.widget(main_window), shot);
             if (test.tour) {
                 tour();
+            } else if (!test.decoder_resolution.empty()) {
+                decoder_pages();
             } else {
                 capture();
             }
@@ -243,6 +248,64 @@ class Driver {
             500);
     }
 
+    // The generic property dialog is Qt's own, not one of the templates: it is found as
+    // the modal dialog that has the named editor.
+    void when_property_frame(std::function<void(QDialog&, QComboBox&)> step) {
+        after(250, [this, step = std::move(step)]() mutable {
+            auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            auto* combo = dialog ? dialog->findChild<QComboBox*>("resolution") : nullptr;
+            if (combo != nullptr) {
+                step(*dialog, *combo);
+            } else {
+                when_property_frame(std::move(step));
+            }
+        });
+    }
+
+    void say_frame_size() {
+        const auto [w, h] = host.presented_size(host.get_dlg_item(main_window, IDC_PREVIEW));
+        say("preview frame " + std::to_string(w) + "x" + std::to_string(h));
+    }
+
+    // Properties, "DV Capture properties", a display resolution, OK; the preview is
+    // watched before and after, and the page opened again shows what the decoder holds.
+    void decoder_pages() {
+        say_frame_size();
+        command(main_window, IDC_OPTIONS);
+        when_top(IDD_PROPERTIES, [this](WindowHandle d) {
+            command(d, IDC_PROP_DV_PAGES);
+            when_property_frame([this, d](QDialog& frame, QComboBox& combo) {
+                say("decoder page \"" + frame.windowTitle().toStdString() + "\" offers " +
+                    std::to_string(combo.count()) + " resolutions, shows " +
+                    combo.currentText().toStdString());
+                combo.setCurrentText(QString::fromStdString(test.decoder_resolution));
+                frame.accept();
+                when_top(IDD_PROPERTIES, [this, d](WindowHandle) {
+                    command(d, IDOK);
+                    when_top(
+                        IDD_MAIN, [this](WindowHandle) { decoder_pages_again(); }, 3000);
+                });
+            });
+        });
+    }
+
+    void decoder_pages_again() {
+        say_frame_size();
+        command(main_window, IDC_OPTIONS);
+        when_top(IDD_PROPERTIES, [this](WindowHandle d) {
+            command(d, IDC_PROP_DV_PAGES);
+            when_property_frame([this, d](QDialog& frame, QComboBox& combo) {
+                say("decoder resolution " + combo.currentText().toStdString());
+                frame.reject();
+                when_top(IDD_PROPERTIES, [this, d](WindowHandle) {
+                    command(d, IDOK);
+                    when_top(
+                        IDD_MAIN, [this](WindowHandle) { quit(); }, 500);
+                });
+            });
+        });
+    }
+
     void quit() {
         say("quitting");
         command(main_window, IDC_QUIT);
@@ -268,6 +331,8 @@ bool parse_self_test(const QStringList& args, SelfTest& test) {
                 std::fprintf(stderr, "kestrel-capture: --self-test-capture needs 1 to 3600 s\n");
                 return false;
             }
+        } else if (a == "--self-test-properties" && has_value) {
+            test.decoder_resolution = args[++i].toStdString();
         } else if (a == "--scenes") {
             test.scenes = true;
         } else if (a == "--tour") {
@@ -287,9 +352,12 @@ bool parse_self_test(const QStringList& args, SelfTest& test) {
             return false;
         }
     }
-    if (test.tour && test.capture_seconds > 0) {
+    if ((test.tour ? 1 : 0) + (test.capture_seconds > 0 ? 1 : 0) +
+            (test.decoder_resolution.empty() ? 0 : 1) >
+        1) {
         std::fprintf(stderr,
-                     "kestrel-capture: --tour and --self-test-capture exclude each other\n");
+                     "kestrel-capture: --tour, --self-test-capture and --self-test-properties "
+                     "exclude each other\n");
         return false;
     }
     return true;

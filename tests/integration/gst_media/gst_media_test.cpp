@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -155,6 +156,44 @@ void each_moniker(media::MediaFactory& factory, media::DeviceCategory category, 
     }
 }
 
+// A webcam the device monitor finds: a device provider of the test's own, whose one
+// device is a test pattern.
+struct KcTestWebcam {
+    GstDevice parent;
+};
+struct KcTestWebcamClass {
+    GstDeviceClass parent_class;
+};
+G_DEFINE_TYPE(KcTestWebcam, kc_test_webcam, GST_TYPE_DEVICE)
+void kc_test_webcam_class_init(KcTestWebcamClass* klass) {
+    GST_DEVICE_CLASS(klass)->create_element = [](GstDevice*, const gchar* name) {
+        return gst_element_factory_make("videotestsrc", name);
+    };
+}
+void kc_test_webcam_init(KcTestWebcam*) {}
+
+struct KcTestWebcams {
+    GstDeviceProvider parent;
+};
+struct KcTestWebcamsClass {
+    GstDeviceProviderClass parent_class;
+};
+G_DEFINE_TYPE(KcTestWebcams, kc_test_webcams, GST_TYPE_DEVICE_PROVIDER)
+void kc_test_webcams_class_init(KcTestWebcamsClass* klass) {
+    GstDeviceProviderClass* provider = GST_DEVICE_PROVIDER_CLASS(klass);
+    provider->probe = [](GstDeviceProvider*) {
+        GstCaps* caps = gst_caps_new_empty_simple("video/x-raw");
+        GObject* webcam = static_cast<GObject*>(
+            g_object_new(kc_test_webcam_get_type(), "display-name", "Test webcam", "device-class",
+                         "Video/Source", "caps", caps, nullptr));
+        gst_caps_unref(caps);
+        return g_list_append(nullptr, webcam);
+    };
+    gst_device_provider_class_set_static_metadata(provider, "Test webcams", "Video/Source",
+                                                  "A webcam for tests", "Kestrel Capture");
+}
+void kc_test_webcams_init(KcTestWebcams*) {}
+
 std::vector<std::pair<std::string, std::string>> names(media::MediaFactory& factory,
                                                        media::DeviceCategory category) {
     std::vector<std::pair<std::string, std::string>> list;
@@ -172,7 +211,7 @@ std::vector<std::pair<std::string, std::string>> names(media::MediaFactory& fact
 }
 
 // The filter of the device listed with `path` (a compressor's GStreamer element), or of the
-// last one listed (for video inputs, our test provider's device).
+// first one listed (for video inputs, our test provider's device, which heads the list).
 Ref<media::BaseFilter> listed_filter(media::MediaFactory& factory, media::DeviceCategory category,
                                      const std::string& path = {}) {
     Ref<media::BaseFilter> filter;
@@ -182,11 +221,8 @@ Ref<media::BaseFilter> listed_filter(media::MediaFactory& factory, media::Device
         moniker.bind_to_storage(bag.out());
         if (!path.empty() && (bag->read("DevicePath", listed) != S_OK || listed != path))
             return false;
-        if (filter.p)
-            filter.p->release();
-        filter.p = nullptr;
         moniker.bind_to_object(Iid::base_filter, filter.out_void());
-        return !path.empty();
+        return true;
     });
     return filter;
 }
@@ -288,11 +324,16 @@ class GstMedia : public ::testing::Test {
     std::filesystem::path tape;
 };
 
-TEST_F(GstMedia, DeviceListsAreStableAndNamedWithProviderDevicesLast) {
+TEST_F(GstMedia, DeviceListsAreStableAndNamedWithTapeUnitsFirst) {
+    // The program opens the first device at start: the tape units must come before a
+    // webcam, whatever the device monitor finds.
+    ASSERT_TRUE(gst_device_provider_register(nullptr, "kctestwebcams", GST_RANK_PRIMARY,
+                                             kc_test_webcams_get_type()));
     const auto video = names(*factory, media::DeviceCategory::video_input);
-    ASSERT_FALSE(video.empty());
-    EXPECT_EQ(video.back().first, "Test deck");
-    EXPECT_EQ(video.back().second, "test:Test deck");
+    ASSERT_GE(video.size(), 2u);
+    EXPECT_EQ(video.front().first, "Test deck");
+    EXPECT_EQ(video.front().second, "test:Test deck");
+    EXPECT_EQ(video.back().first, "Test webcam");
 
     const auto codecs = names(*factory, media::DeviceCategory::video_compressor);
     ASSERT_FALSE(codecs.empty());
@@ -476,25 +517,30 @@ TEST_F(GstMedia, RawVideoIsCompressedIntoTheFileAndPreviewed) {
     EXPECT_GE(surfaces.clears, 1);
 }
 
-TEST(GstMediaProperties, ListsAnElementsPropertiesWithRangesAndEnums) {
+TEST(GstMediaProperties, ListsAnElementsSettingsAndAppliesAChange) {
     test::init_gstreamer();
     GstElement* sink = gst_element_factory_make("kestrelavisink", nullptr);
     ASSERT_NE(sink, nullptr);
     gst_object_ref_sink(sink);
-    const auto list = element_properties(sink);
-    gst_object_unref(sink);
     auto find = [&](const std::string& name) {
-        for (const auto& p : list) {
+        for (const auto& p : element_settings(sink)) {
             if (p.name == name)
                 return p;
         }
-        return ElementProperty{};
+        return PropertyItem{};
     };
     EXPECT_EQ(find("interleave").value, "capture");
-    EXPECT_NE(find("interleave").range.find("none-buffered"), std::string::npos);
+    EXPECT_EQ(find("interleave").kind, PropertyItem::Kind::choice);
+    const auto choices = find("interleave").choices;
+    EXPECT_NE(std::find(choices.begin(), choices.end(), "none-buffered"), choices.end());
     EXPECT_TRUE(find("interleave").writable);
     EXPECT_FALSE(find("frames").writable);
-    EXPECT_EQ(find("frames").type, "guint64");
+    EXPECT_EQ(find("frames").kind, PropertyItem::Kind::integer);
+    EXPECT_TRUE(find("name").name.empty());
+    EXPECT_TRUE(apply_element_setting(sink, "interleave", "none-buffered"));
+    EXPECT_EQ(find("interleave").value, "none-buffered");
+    EXPECT_FALSE(apply_element_setting(sink, "frames", "3"));
+    gst_object_unref(sink);
 }
 
 }  // namespace

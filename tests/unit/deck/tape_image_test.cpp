@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <filesystem>
 
 #include "tests/unit/deck/deck_test_tapes.h"
@@ -63,7 +65,7 @@ TEST(TapeImageIndex, SectionsSplitAtJumpsAndUserFlag) {
     EXPECT_FALSE(sections[3].user_flag);
 }
 
-TEST(TapeImageIndex, SkipsJunkDamageAndTruncationAndFramesWithoutTimecode) {
+TEST(TapeImageIndex, SkipsJunkAndTruncationAndFindsDamageWhereItIs) {
     const TapePlan plan = small_plan(DvSystem::pal_625_50, 4, 0);
     const auto good = make_tape_bytes(plan);
     const std::size_t fb = frame_bytes(DvSystem::pal_625_50);
@@ -81,12 +83,22 @@ TEST(TapeImageIndex, SkipsJunkDamageAndTruncationAndFramesWithoutTimecode) {
     std::error_code error;
     const auto tape = TapeImage::from_bytes(bytes, error);
     ASSERT_TRUE(tape) << error.message();
-    EXPECT_EQ(tape->frame_count(), 12);
-    EXPECT_EQ(tape->skipped_bytes(), 333 + fb + 70000);
+    EXPECT_EQ(tape->frame_count(), 13);
+    EXPECT_EQ(tape->skipped_bytes(), 333u + 70000u);
     EXPECT_EQ(tape->frame(0).offset, 333u);
-    EXPECT_EQ(from_bcd_word(*tape->frame(5).timecode), plan_frame(plan, 6).timecode);
-    EXPECT_FALSE(tape->frame(11).timecode);
-    EXPECT_EQ(tape->frame(11).user_bits, 0u);
+    // The damaged frame keeps its place: what follows is where the tape has it.
+    EXPECT_TRUE(tape->frame(5).damaged);
+    EXPECT_FALSE(tape->frame(5).timecode);
+    std::vector<std::uint8_t> out(fb);
+    EXPECT_FALSE(tape->read_frame(5, out));
+    EXPECT_TRUE(tape->frame_view(5).empty());
+    EXPECT_FALSE(tape->frame(6).damaged);
+    EXPECT_EQ(from_bcd_word(*tape->frame(6).timecode), plan_frame(plan, 6).timecode);
+    EXPECT_TRUE(tape->read_frame(6, out));
+    const auto view = tape->frame_view(6);
+    EXPECT_TRUE(std::equal(view.begin(), view.end(), out.begin(), out.end()));
+    EXPECT_FALSE(tape->frame(12).timecode);
+    EXPECT_EQ(tape->frame(12).user_bits, 0u);
     // An unrecorded frame is a section of its own.
     EXPECT_FALSE(tape->sections().back().start);
 }

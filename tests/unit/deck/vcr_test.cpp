@@ -256,6 +256,30 @@ TEST(Vcr, UnpacedFramesComeAtOnceAndMoveTheTape) {
     EXPECT_EQ(deck.mode(), stop);
 }
 
+// A frame the tape cannot give is lost where it is reached, and the frame after it says
+// so; the frames themselves come as views into the image, not copies.
+TEST(Vcr, ADamagedFrameIsLostWhenReachedAndFramesComeUncopied) {
+    const TapePlan plan = small_plan(DvSystem::pal_625_50, 2);
+    auto bytes = testing::make_tape_bytes(plan);
+    bytes[3 * frame_bytes(DvSystem::pal_625_50) + 5 * dv::dif_sequence_bytes] = 0xFF;
+    std::error_code error;
+    const auto tape = TapeImage::from_bytes(bytes, error);
+    ASSERT_TRUE(tape);
+    ManualClock clock;
+    VirtualVcr vcr(tape, clock, VcrOptions{30, 10, Pacing::unpaced});
+    vcr.set_mode(play);
+    std::span<const std::uint8_t> view;
+    FetchedFrame info;
+    for (const std::int64_t expected : {0, 1, 2, 4}) {
+        ASSERT_EQ(vcr.wait_frame_view(view, info, 0), FetchStatus::frame);
+        EXPECT_EQ(info.tape_frame, expected);
+        EXPECT_EQ(info.dropped_before, expected == 4 ? 1 : 0);
+        EXPECT_EQ(view.data(), tape->frame_view(expected).data());
+        EXPECT_EQ(frame_mark(std::vector<std::uint8_t>(view.begin(), view.end())), expected);
+    }
+    EXPECT_EQ(vcr.counters().dropped, 1);
+}
+
 TEST(Vcr, FaultsLoseTheDeviceHideTimecodeFailSeeksAndDropFrames) {
     Deck deck;
     std::vector<std::uint8_t> out;
