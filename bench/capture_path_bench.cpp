@@ -17,37 +17,15 @@
 #include <thread>
 #include <vector>
 
-#include "app/capapp.h"
-#include "app/globals.h"
+#include "bench/bench_stage.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/tape_writer.h"
 #include "deck/vcr_control.h"
-#include "platform/gst/media/gst_media.h"
-#include "platform/posix/posix_system.h"
-#include "resources/resource_ids.h"
-#include "tests/fakes/fake_dialog_host.h"
-#include "tests/fakes/fake_settings_store.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
-
-class Host : public FakeDialogHost {
-  public:
-    bool post_message(WindowHandle, unsigned, WParam, LParam) override { return true; }
-};
-
-class Surface : public VideoSurface, public VideoSurfaces {
-  public:
-    void present(const std::uint8_t*, int, int, int) override {}
-    void clear() override {}
-    VideoSurface* surface_for(WindowHandle) override { return this; }
-};
-
-LResult main_proc(WindowHandle, unsigned, WParam, LParam) {
-    return 0;
-}
 
 long captured() {
     long count = 0;
@@ -95,7 +73,7 @@ void put_tape(const fs::path& tape, bool paced) {
 }
 
 // The preview of the tape just put in, as the main window shows it before Record.
-void preview(Host& host, bool play) {
+void preview(kc::bench::Host& host, bool play) {
     app->win->stop();
     app->disconnect();
     app->connect();
@@ -117,7 +95,7 @@ struct Run {
 // Record on, until the tape has played to its end (the count stays put), Record off. The
 // wait for a still count is not the path's time: the file is complete once Record off has
 // drained and closed it.
-Run record_whole_tape(Host& host, const fs::path& tape) {
+Run record_whole_tape(kc::bench::Host& host, const fs::path& tape) {
     put_tape(tape, false);
     preview(host, false);
     std::string file;
@@ -144,7 +122,7 @@ Run record_whole_tape(Host& host, const fs::path& tape) {
 
 // Record off while the paced deck plays, as a user presses it: the preview's backlog must
 // not hold it up.
-double record_off_paced(Host& host, const fs::path& tape) {
+double record_off_paced(kc::bench::Host& host, const fs::path& tape) {
     put_tape(tape, true);
     preview(host, true);
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
@@ -201,20 +179,13 @@ int main() {
     }
     setenv("KESTREL_VIRTUAL_DECK", tape.c_str(), 1);
 
-    Host host;
-    Surface surface;
-    PosixSystemServices system;
-    FakeSettingsStore settings;
-    auto factory = kc::gst::make_media_factory(host, surface);
-    if (!kc::deck::register_virtual_deck(error)) {
+    kc::bench::Stage stage;
+    if (!stage.open(error)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
-    CapPlatform platform{host, system, settings, *factory};
-    instance = &platform;
-    main_window = host.open(&main_proc, 0, IDD_MAIN);
 
-    app = new CapApp(platform);
+    app = new CapApp(*stage.platform);
     app->output_directory = dir.string();
     app->scene_name = "bench";
     app->dv_type2 = 1;
@@ -232,7 +203,7 @@ int main() {
     const fs::path plain = dir / "plain.avi";
     std::error_code ec;
     for (int run = 0; run < runs; ++run) {
-        const Run r = record_whole_tape(host, tape);
+        const Run r = record_whole_tape(stage.host, tape);
         if (r.seconds < ours_s) {
             ours_s = r.seconds;
             ours_frames = r.frames;
@@ -248,12 +219,11 @@ int main() {
         }
         fs::remove(plain, ec);
     }
-    const double paced_off_ms = record_off_paced(host, tape);
+    const double paced_off_ms = record_off_paced(stage.host, tape);
 
     CapApp* ending = app;
     app = nullptr;
     delete ending;
-    instance = nullptr;
 
     std::printf("capture path, 60 s tape, type 2, best of %d runs each\n", runs);
     print("  ours: CapApp Record on to Record off done, unpaced deck", ours_frames, ours_s,

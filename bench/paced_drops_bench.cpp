@@ -20,40 +20,18 @@
 #include <thread>
 #include <vector>
 
-#include "app/capapp.h"
-#include "app/globals.h"
+#include "bench/bench_stage.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/deck_source.h"
 #include "deck/gst/tape_writer.h"
 #include "dv/dv_frame.h"
 #include "dv/tape_time.h"
-#include "platform/gst/media/gst_media.h"
-#include "platform/posix/posix_system.h"
-#include "resources/resource_ids.h"
-#include "tests/fakes/fake_dialog_host.h"
-#include "tests/fakes/fake_settings_store.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 namespace dv = kc::dv;
-
-class Host : public FakeDialogHost {
-  public:
-    bool post_message(WindowHandle, unsigned, WParam, LParam) override { return true; }
-};
-
-class Surface : public VideoSurface, public VideoSurfaces {
-  public:
-    void present(const std::uint8_t*, int, int, int) override {}
-    void clear() override {}
-    VideoSurface* surface_for(WindowHandle) override { return this; }
-};
-
-LResult main_proc(WindowHandle, unsigned, WParam, LParam) {
-    return 0;
-}
 
 // One recording of `frames` frames with an unbroken timecode, made of the demo tape's
 // pictures over and over, so that every loss shows as a gap.
@@ -116,10 +94,8 @@ int main(int argc, char** argv) {
     // The tape runs a minute longer than the captures, so that neither meets its end.
     const auto tape_frames = static_cast<std::int64_t>((minutes + 1) * 60 * 25);
     std::string error;
-    Host host;
-    Surface surface;
-    auto factory = kc::gst::make_media_factory(host, surface);
-    if (!kc::deck::register_virtual_deck(error) || !write_long_tape(tape, tape_frames, error)) {
+    kc::bench::Stage stage;
+    if (!stage.open(error) || !write_long_tape(tape, tape_frames, error)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
@@ -131,12 +107,7 @@ int main(int argc, char** argv) {
     }
     kc::deck::insert_tape(ours_deck, tape.string());
 
-    PosixSystemServices system;
-    FakeSettingsStore settings;
-    CapPlatform platform{host, system, settings, *factory};
-    instance = &platform;
-    main_window = host.open(&main_proc, 0, IDD_MAIN);
-    app = new CapApp(platform);
+    app = new CapApp(*stage.platform);
     app->output_directory = dir.string();
     app->scene_name = "ours";
     app->dv_type2 = 1;
@@ -214,7 +185,6 @@ int main(int argc, char** argv) {
     CapApp* ending = app;
     app = nullptr;
     delete ending;
-    instance = nullptr;
     std::error_code ec;
     fs::remove_all(dir, ec);
     return 0;

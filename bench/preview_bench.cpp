@@ -15,48 +15,16 @@
 #include <string>
 #include <thread>
 
-#include "app/capapp.h"
 #include "app/errors.h"
-#include "app/globals.h"
+#include "bench/bench_stage.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/tape_writer.h"
-#include "platform/gst/media/gst_media.h"
-#include "platform/posix/posix_system.h"
-#include "resources/resource_ids.h"
-#include "tests/fakes/fake_dialog_host.h"
-#include "tests/fakes/fake_settings_store.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The main window's preview pane, in pixels, as the Qt host lays it out.
-constexpr int pane_width = 585;
-constexpr int pane_height = 435;
 constexpr double measured_s = 10.0;
-
-// Posts from the streaming threads are dropped: the preview needs none answered.
-class Host : public FakeDialogHost {
-  public:
-    bool post_message(WindowHandle, unsigned, WParam, LParam) override { return true; }
-};
-
-class Surface : public VideoSurface, public VideoSurfaces {
-  public:
-    void present(const std::uint8_t*, int w, int h, int) override {
-        ++frames;
-        width = w;
-        height = h;
-    }
-    void clear() override {}
-    VideoSurface* surface_for(WindowHandle window) override {
-        return window == pane ? this : nullptr;
-    }
-    WindowHandle pane = nullptr;
-    std::atomic<long> frames{0};
-    std::atomic<int> width{0};
-    std::atomic<int> height{0};
-};
 
 // The user's choice on the decoder's display page.
 class Choice : public PropertyFrames {
@@ -75,10 +43,6 @@ double cpu_seconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-LResult main_proc(WindowHandle, unsigned, WParam, LParam) {
-    return 0;
-}
-
 struct Figure {
     double cpu_per_s = 0;
     double frames_per_s = 0;
@@ -95,7 +59,7 @@ Figure measure(const std::atomic<long>* frames) {
     return {(cpu_seconds() - cpu0) / wall, frames ? (frames->load() - frames0) / wall : 0};
 }
 
-Figure ours(Surface& surface, Choice& choice, const std::string& resolution) {
+Figure ours(kc::bench::Surface& surface, Choice& choice, const std::string& resolution) {
     choice.resolution = resolution;
     ComPtr<media::BaseFilter> decoder;
     throw_if_failed(
@@ -135,14 +99,11 @@ int main() {
     if (std::getenv("KESTREL_AUDIO_SINK") == nullptr) {
         setenv("KESTREL_AUDIO_SINK", "fakesink", 1);
     }
-    Host host;
-    Surface surface;
     Choice choice;
-    PosixSystemServices system;
-    FakeSettingsStore settings;
-    auto factory = kc::gst::make_media_factory(host, surface, &choice);
+    kc::bench::Stage stage;
+    kc::bench::Surface& surface = stage.surface;
     std::string error;
-    if (!kc::deck::register_virtual_deck(error)) {
+    if (!stage.open(error, &choice)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
@@ -151,13 +112,8 @@ int main() {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
-    CapPlatform platform{host, system, settings, *factory};
-    instance = &platform;
-    main_window = host.open(&main_proc, 0, IDD_MAIN);
-    surface.pane = host.get_dlg_item(main_window, IDC_PREVIEW);
-    host.set_client_size(surface.pane, pane_width, pane_height);
 
-    app = new CapApp(platform);
+    app = new CapApp(*stage.platform);
     app->connect();
     app->build_preview();
     app->win->attach(surface.pane, app->graph->graph.get());
@@ -168,7 +124,7 @@ int main() {
     std::printf(
         "preview of the 625-50 demo tape from the paced deck into a %dx%d pane, "
         "%.0f s measured each\n",
-        pane_width, pane_height, measured_s);
+        kc::bench::pane_width, kc::bench::pane_height, measured_s);
     const Figure full = ours(surface, choice, "full");
     const int full_w = surface.width;
     const int full_h = surface.height;
@@ -189,6 +145,5 @@ int main() {
     CapApp* ending = app;
     app = nullptr;
     delete ending;
-    instance = nullptr;
     return 0;
 }

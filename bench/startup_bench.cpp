@@ -25,15 +25,10 @@
 #include <vector>
 
 #include "app/capapp.h"
-#include "app/globals.h"
+#include "bench/bench_stage.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/tape_writer.h"
 #include "deck/vcr_control.h"
-#include "platform/gst/media/gst_media.h"
-#include "platform/posix/posix_system.h"
-#include "resources/resource_ids.h"
-#include "tests/fakes/fake_dialog_host.h"
-#include "tests/fakes/fake_settings_store.h"
 
 namespace {
 
@@ -41,31 +36,6 @@ using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t frame_bytes = 144000;
-
-class Host : public FakeDialogHost {
-  public:
-    bool post_message(WindowHandle, unsigned, WParam, LParam) override { return true; }
-};
-
-class Surface : public VideoSurface, public VideoSurfaces {
-  public:
-    void present(const std::uint8_t*, int, int, int) override {
-        if (!first.exchange(true)) {
-            first_at = Clock::now();
-        }
-    }
-    void clear() override {}
-    VideoSurface* surface_for(WindowHandle window) override {
-        return window == pane ? this : nullptr;
-    }
-    WindowHandle pane = nullptr;
-    std::atomic<bool> first{false};
-    Clock::time_point first_at;
-};
-
-LResult main_proc(WindowHandle, unsigned, WParam, LParam) {
-    return 0;
-}
 
 double ms_since(Clock::time_point t0, Clock::time_point t1) {
     return std::chrono::duration<double, std::milli>(t1 - t0).count();
@@ -92,8 +62,8 @@ void warm(const fs::path& tape) {
 
 // Our start-up: the deck's tape opened, the application object and its preview graph
 // built and running, the tape playing; until the first frame reaches the pane.
-double ours(CapPlatform& platform, Surface& surface, const fs::path& tape) {
-    surface.first = false;
+double ours(CapPlatform& platform, kc::bench::Surface& surface, const fs::path& tape) {
+    surface.frames = 0;
     const auto t0 = Clock::now();
     std::error_code error;
     auto image = kc::deck::TapeImage::open(tape, kc::deck::TapeAccess::mapped, error);
@@ -112,10 +82,10 @@ double ours(CapPlatform& platform, Surface& surface, const fs::path& tape) {
         app->dv->play();
     }
     app->win->run();
-    while (!surface.first && Clock::now() - t0 < std::chrono::seconds(30)) {
+    while (surface.frames == 0 && Clock::now() - t0 < std::chrono::seconds(30)) {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-    const double ms = ms_since(t0, surface.first_at);
+    const double ms = ms_since(t0, surface.first_at());
     CapApp* ending = app;
     app = nullptr;
     delete ending;
@@ -161,29 +131,20 @@ int main() {
     // The deck is registered on the one-minute tape; each run puts its tape in.
     setenv("KESTREL_VIRTUAL_DECK", minute.c_str(), 1);
 
-    Host host;
-    Surface surface;
-    PosixSystemServices system;
-    FakeSettingsStore settings;
-    auto factory = kc::gst::make_media_factory(host, surface);
-    if (!kc::deck::register_virtual_deck(error)) {
+    kc::bench::Stage stage;
+    if (!stage.open(error)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
-    CapPlatform platform{host, system, settings, *factory};
-    instance = &platform;
-    main_window = host.open(&main_proc, 0, IDD_MAIN);
-    surface.pane = host.get_dlg_item(main_window, IDC_PREVIEW);
-    host.set_client_size(surface.pane, 585, 435);
 
     warm(hour);
     warm(minute);
     // Once untimed: the first graph of a process loads GStreamer's plugins.
-    ours(platform, surface, minute);
+    ours(*stage.platform, stage.surface, minute);
     reference(minute);
 
-    const double ours_hour = ours(platform, surface, hour);
-    const double ours_minute = ours(platform, surface, minute);
+    const double ours_hour = ours(*stage.platform, stage.surface, hour);
+    const double ours_minute = ours(*stage.platform, stage.surface, minute);
     const double plain_hour = reference(hour);
     std::printf("start-up to the first preview frame, warm, paced deck with its tape laced\n");
     std::printf("  ours, one-hour tape (%.1f GB): %.0f ms (goal 250 ms)\n",
@@ -195,7 +156,6 @@ int main() {
         plain_hour);
     std::printf("  ratio ours/reference: %.2fx\n", ours_hour / plain_hour);
 
-    instance = nullptr;
     std::error_code ec;
     fs::remove_all(dir, ec);
     return 0;
