@@ -1,7 +1,17 @@
 # kc_add_test(NAME name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds] [ENV VAR=value ...])
 # One GoogleTest executable per call, registered with CTest test by test.
 include(GoogleTest)
-find_package(GTest REQUIRED)
+if(CMAKE_CROSSCOMPILING)
+  # Debian ships GoogleTest built for the build machine only; a cross build compiles its
+  # sources with the cross compiler (they define the GTest:: targets themselves). SYSTEM
+  # keeps its headers' warnings out of ours, as the installed package's are.
+  set(KC_GOOGLETEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources")
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  add_subdirectory(${KC_GOOGLETEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest
+                   EXCLUDE_FROM_ALL SYSTEM)
+else()
+  find_package(GTest REQUIRED)
+endif()
 
 function(kc_add_test)
   cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV" ${ARGN})
