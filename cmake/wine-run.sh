@@ -8,7 +8,12 @@
 #
 # Windows programs end their lines with CR LF; the CRs are dropped from standard output
 # so that tools reading it on Linux (GoogleTest's test discovery) see plain lines.
-set -euo pipefail
+#
+# The program's output goes through files, not pipes: the first Wine program of a fresh
+# server starts the prefix's system processes (services, explorer, ...), which inherit
+# its standard handles and live until the server ends. Holding a pipe, they would keep
+# whoever reads it (CTest, the discovery, tr) waiting for all later tests to finish.
+set -eu
 
 prefix=$1
 shift
@@ -34,4 +39,15 @@ if [ ! -e "$booted" ]; then
   exec 9>&-
 fi
 
-wine "$@" | tr -d '\r'
+out=$(mktemp)
+err=$(mktemp)
+trap 'rm -f "$out" "$err"' EXIT
+status=0
+wine "$@" >"$out" 2>"$err" </dev/null || status=$?
+tr -d '\r' <"$out"
+cat "$err" >&2
+# A program that fails before writing anything leaves no trace of its own; say so.
+if [ "$status" -ne 0 ] && [ ! -s "$out" ] && [ ! -s "$err" ]; then
+  echo "wine-run.sh: $1 ended with status $status without any output" >&2
+fi
+exit "$status"
