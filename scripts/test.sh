@@ -50,6 +50,9 @@ cmake -S . -B "$windows" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 grep -E '^--   ' "$windows.configure.log" || true
 cmake --build "$windows" -j "$jobs"
 echo "== test $windows (Wine)"
+# The build ran the test programs (to list their tests) without a display; a Wine server
+# still up from then would give the dialog tests its display-less desktop.
+WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -k 2>/dev/null || true
 status=0
 (cd "$windows" && xvfb-run -a -s "-screen 0 1280x1024x24" ctest -j "$jobs" --timeout 600) || status=$?
 WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -k 2>/dev/null || true
