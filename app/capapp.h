@@ -106,6 +106,11 @@ class CapApp {
     // Ends the capture of the current file: a DV VCR's tape stops (the graph then runs
     // dry), any other source's graph stops.
     void stop_capture();
+    // Tells a capture path that can place every frame itself that the recording changed,
+    // so that the file ends exactly at the break (see media::SceneSplit).
+    void split_at_break();
+    // Deletes a capture file that is too short to keep, and its log.
+    void delete_capture_file(const std::string& path);
     // The tail of every DV capture start: the graph writing `path`, its counters, the
     // picture in `pane`, the tape playing and the graph running.
     void run_dv_capture(const std::string& path, WindowHandle pane);

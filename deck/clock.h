@@ -46,7 +46,9 @@ class SteadyClock final : public Clock {
 
 // Time that moves only when the test moves it. A waiter re-checks every millisecond of
 // real time, so a thread blocked on the deck continues soon after the test advances the
-// clock, without the clock having to know who waits.
+// clock, without the clock having to know who waits. With auto-advance on, a wait instead
+// moves the clock to its deadline at once: a test whose own thread blocks on the deck (a
+// seek that returns on arrival) then runs instantly and can read how much time passed.
 class ManualClock final : public Clock {
   public:
     explicit ManualClock(std::int64_t start_ms = 0) : now_(start_ms) {}
@@ -54,16 +56,24 @@ class ManualClock final : public Clock {
     std::int64_t now_ms() const override { return now_.load(); }
 
     void advance_ms(std::int64_t delta_ms) { now_.fetch_add(delta_ms > 0 ? delta_ms : 0); }
+    void set_auto_advance(bool on) { auto_advance_ = on; }
 
     void wait_until(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
                     std::int64_t deadline_ms) const override {
-        if (now_ms() < deadline_ms) {
+        std::int64_t now = now_ms();
+        if (auto_advance_) {
+            while (now < deadline_ms && !now_.compare_exchange_weak(now, deadline_ms)) {
+            }
+            return;
+        }
+        if (now < deadline_ms) {
             cv.wait_for(lock, std::chrono::milliseconds(1));
         }
     }
 
   private:
-    std::atomic<std::int64_t> now_;
+    mutable std::atomic<std::int64_t> now_;
+    std::atomic<bool> auto_advance_{false};
 };
 
 }  // namespace kc::deck

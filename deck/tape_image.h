@@ -19,8 +19,7 @@
 #include <system_error>
 #include <vector>
 
-#include "deck/dv_frame.h"
-#include "deck/tape_time.h"
+#include "deck/dv_terms.h"
 
 namespace kc::deck {
 

@@ -30,9 +30,10 @@ TapePlan demo_plan(const DemoOptions& options) {
     const TapeTime workshop =
         from_frame_count(to_frame_count(garden, options.system) + frames, options.system);
     plan.recordings = {
-        Recording{"Harbour", harbour, frames, 0, 440},
-        Recording{"Garden", garden, frames, 0, 660},
-        Recording{"Workshop", workshop, frames, std::min(flagged, frames), 880},
+        Recording{"Harbour", harbour, frames, 0, 440, {2004, 7, 17, 10, 12, 0}},
+        Recording{"Garden", garden, frames, 0, 660, {2004, 7, 18, 16, 40, 5}},
+        Recording{
+            "Workshop", workshop, frames, std::min(flagged, frames), 880, {2004, 7, 18, 17, 2, 30}},
     };
     return plan;
 }
@@ -48,6 +49,8 @@ PlannedFrame plan_frame(const TapePlan& plan, std::int64_t tape_frame) {
             out.timecode =
                 from_frame_count(to_frame_count(r.start, plan.system) + rest, plan.system);
             out.user_bits = rest < r.flagged_frames ? 1u : 0u;
+            const FrameRate rate = frame_rate(plan.system);
+            out.recorded = add_seconds(r.recorded, rest * rate.den / rate.num);
             return out;
         }
         rest -= r.frames;
@@ -58,6 +61,7 @@ PlannedFrame plan_frame(const TapePlan& plan, std::int64_t tape_frame) {
 void stamp_frame(std::span<std::uint8_t> frame, DvSystem system, const PlannedFrame& planned) {
     write_subcode(frame, system, to_bcd_word(planned.timecode), planned.user_bits,
                   system == DvSystem::ntsc_525_60);
+    write_recording_time(frame, system, planned.recorded);
 }
 
 }  // namespace kc::deck

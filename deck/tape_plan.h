@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "deck/dv_frame.h"
-#include "deck/tape_time.h"
+#include "deck/dv_terms.h"
 
 namespace kc::deck {
 
@@ -24,6 +23,9 @@ struct Recording {
     std::int64_t flagged_frames = 0;
     // The recording's tone, so that one can hear which recording plays.
     int tone_hz = 440;
+    // When the camcorder started recording it; each frame carries this plus its time into
+    // the recording, as a camcorder's clock stamps it.
+    RecordingTime recorded{2004, 7, 17, 10, 0, 0};
 };
 
 struct TapePlan {
@@ -34,10 +36,12 @@ struct TapePlan {
 };
 
 // The demo tape. Three recordings:
-//   1 "Harbour"  from 00:10:00:00, 440 Hz;
-//   2 "Garden"   from 01:25:40:00, 660 Hz: a recording break with a timecode jump;
-//   3 "Workshop" where "Garden" ends, 880 Hz, timecode continuing without a jump, its
-//     first frames flagged: only the user flag tells it from "Garden".
+//   1 "Harbour"  from 00:10:00:00, 440 Hz, recorded 2004-07-17 10:12:00;
+//   2 "Garden"   from 01:25:40:00, 660 Hz, recorded 2004-07-18 16:40:05: a recording
+//     break with a timecode jump;
+//   3 "Workshop" where "Garden" ends, 880 Hz, recorded 2004-07-18 17:02:30, timecode
+//     continuing without a jump, its first frames flagged: only the user flag (and the
+//     recording time) tells it from "Garden".
 // The flagged run is kept shorter than a quarter of a second by default (6 frames at 25,
 // 7 at 29.97 frames a second) so that a reader polling every 250 ms sees it at most once.
 struct DemoOptions {
@@ -55,13 +59,14 @@ struct PlannedFrame {
     std::int64_t frame_in_recording = 0;
     TapeTime timecode;
     std::uint32_t user_bits = 0;
+    RecordingTime recorded;
 };
 
 // `tape_frame` must be in [0, plan.total_frames()).
 PlannedFrame plan_frame(const TapePlan& plan, std::int64_t tape_frame);
 
 // Writes the planned timecode and user bits into an encoded frame's subcode (drop-frame
-// timecode on 525-60).
+// timecode on 525-60), and its recording date and time.
 void stamp_frame(std::span<std::uint8_t> frame, DvSystem system, const PlannedFrame& planned);
 
 }  // namespace kc::deck

@@ -49,16 +49,22 @@ std::int64_t VirtualVcr::position_at(std::int64_t t_ms) const {
                                      ? std::int64_t{motion_.speed} * 1000 * taken_
                                      : motion_.speed * (t_ms - t0_ms_) * rate_.num / rate_.den;
     const std::int64_t p = pos0_mf_ + motion_.direction * covered;
-    return std::clamp<std::int64_t>(p, 0, end_mf());
+    // A seek may run off the tape's end; any other motion stops on the last frame.
+    return std::clamp<std::int64_t>(p, 0, seek_target_mf_ ? end_mf() : last_mf());
 }
 
 // Carries the model forward to `now_ms`, making each transition that falls due on the way
 // (arrival at a seek target, at either end of the tape) at its own moment, so that what
 // follows it (a play after a seek) runs from there.
 void VirtualVcr::advance(std::int64_t now_ms) {
+    if (laced_at_ms_ && *laced_at_ms_ <= now_ms) {
+        const std::int64_t at = *laced_at_ms_;
+        laced_at_ms_.reset();
+        begin(TransportMode::play, Motion{1, 1, true}, at);
+    }
     while (motion_.direction != 0) {
         const std::int64_t limit =
-            seek_target_mf_ ? *seek_target_mf_ : (motion_.direction > 0 ? end_mf() : 0);
+            seek_target_mf_ ? *seek_target_mf_ : (motion_.direction > 0 ? last_mf() : 0);
         if (fetch_driven()) {
             const std::int64_t p = pos0_mf_ + motion_.direction * motion_.speed * 1000 * taken_;
             if ((motion_.direction > 0 && p < limit) || (motion_.direction < 0 && p > limit)) {
@@ -78,6 +84,7 @@ void VirtualVcr::advance(std::int64_t now_ms) {
 }
 
 void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
+    laced_at_ms_.reset();
     pos0_mf_ = position_at(now_ms);
     t0_ms_ = now_ms;
     taken_ = 0;
@@ -85,7 +92,7 @@ void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
     motion_ = motion;
     next_tick_ = 0;
     // Moving against an end the tape already touches goes nowhere.
-    if ((motion.direction > 0 && pos0_mf_ >= end_mf() && !seek_target_mf_) ||
+    if ((motion.direction > 0 && pos0_mf_ >= last_mf() && !seek_target_mf_) ||
         (motion.direction < 0 && pos0_mf_ <= 0 && !seek_target_mf_)) {
         mode_ = TransportMode::stop;
         motion_ = Motion{};
@@ -133,7 +140,13 @@ HRESULT VirtualVcr::set_mode(long mode) {
     const int search = options_.fastest_play_speed;
     switch (m) {
         case TransportMode::play:
-            begin(m, Motion{1, 1, true}, now);
+            if (mode_ == TransportMode::stop && options_.lace_ms > 0 &&
+                position_at(now) < last_mf()) {
+                begin(m, Motion{}, now);
+                laced_at_ms_ = now + options_.lace_ms;
+            } else {
+                begin(m, Motion{1, 1, true}, now);
+            }
             break;
         case TransportMode::stop:
             begin(m, Motion{}, now);
@@ -217,6 +230,38 @@ HRESULT VirtualVcr::seek_track(std::int64_t track) {
     return S_OK;
 }
 
+HRESULT VirtualVcr::wait_for_seek(std::int64_t max_wait_ms) {
+    std::unique_lock lock(mutex_);
+    const std::int64_t give_up = clock_.now_ms() + std::max<std::int64_t>(max_wait_ms, 0);
+    for (;;) {
+        const std::int64_t now = clock_.now_ms();
+        advance(now);
+        if (faults_.device_lost) {
+            return device_lost_error;
+        }
+        if (!seek_target_mf_) {
+            return S_OK;
+        }
+        if (now >= give_up) {
+            return hresult_from_errno(ETIMEDOUT);
+        }
+        // The arrival falls due at a time the model can tell; a command from another thread
+        // (or the device going) wakes the wait early.
+        std::int64_t arrival = now + 1;
+        if (motion_.speed > 0) {
+            const std::int64_t distance = std::abs(*seek_target_mf_ - pos0_mf_);
+            arrival = std::max(arrival, t0_ms_ + ceil_div(distance * rate_.den,
+                                                          std::int64_t{motion_.speed} * rate_.num));
+        }
+        clock_.wait_until(changed_, lock, std::min(arrival, give_up));
+    }
+}
+
+void VirtualVcr::set_wind_speed(int speed) {
+    std::lock_guard lock(mutex_);
+    options_.wind_speed = std::max(speed, 1);
+}
+
 HRESULT VirtualVcr::avc_command(std::span<const std::uint8_t> frame) {
     if (frame.size() != 8) {
         return E_INVALIDARG;
@@ -287,6 +332,9 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         return Fetch::device_lost;
     }
     if (!motion_.picture) {
+        if (laced_at_ms_ && next_due_ms != nullptr) {
+            *next_due_ms = *laced_at_ms_;  // the first frame comes as the tape starts
+        }
         return Fetch::no_picture;
     }
     std::int64_t frame = 0;
@@ -310,6 +358,7 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         }
         if (streaming_) {
             counters_.dropped += last - next_tick_;
+            dropped_since_taken_ += last - next_tick_;
             due_seen_ += last - next_tick_;
         }
         next_tick_ = last + 1;
@@ -328,10 +377,12 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
     if (dropped_by_fault) {
         drop_next_ = std::max(drop_next_ - 1, 0);
         ++counters_.dropped;
+        ++dropped_since_taken_;
         return Fetch::not_due;
     }
     ++counters_.delivered;
-    info = FetchedFrame{frame, due, mode_};
+    info = FetchedFrame{frame, due, mode_, dropped_since_taken_};
+    dropped_since_taken_ = 0;
     return Fetch::frame;
 }
 
@@ -342,6 +393,7 @@ FetchStatus VirtualVcr::copy_frame(const FetchedFrame& info, std::vector<std::ui
         std::lock_guard lock(mutex_);
         --counters_.delivered;
         ++counters_.dropped;
+        dropped_since_taken_ += 1 + info.dropped_before;
         return FetchStatus::not_due;
     }
     return FetchStatus::frame;
@@ -408,6 +460,7 @@ void VirtualVcr::start_stream() {
     // A capture filter counts from the moment its graph runs, so each stream counts anew:
     // a recording's frame count must not include the preview's that ran before it.
     counters_ = FrameCounters{};
+    dropped_since_taken_ = 0;
     // Frames that fell due before the stream began were never missed by it.
     if (motion_.picture && !fetch_driven()) {
         next_tick_ = std::max(next_tick_, (now - t0_ms_) * rate_.num / (1000 * rate_.den));

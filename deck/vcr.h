@@ -7,20 +7,26 @@
 // a position is its frame times the tracks per frame (10 on 525-60, 12 on 625-50).
 //
 // Transport, with the mode values the device reports (the DV device-control table):
-//   play 4296           forward at the frame rate, with picture; stops at the tape's end
+//   play 4296           forward at the frame rate, with picture (from stop, after lace_ms)
 //   stop 4297           still, no picture
 //   freeze 4298         pause: still, the current frame's picture repeated
 //   fast forward 4300   wind forward at wind_speed times play speed, no picture
-//   rewind 4301         wind back likewise; both stop at the tape's ends
+//   rewind 4301         wind back likewise
 //   step fwd 4304       one frame forward, then hold that frame still; reported until the
 //   step rev 4905       next command (one frame back likewise)
 //   fastest fwd 5029    picture search at fastest_play_speed times play speed
 //   fastest rev 5031    likewise backwards
-// A seek by absolute track number winds (reported as 4300 or 4301) to the track's frame
-// and then pauses there. The seek returns as soon as it is accepted; a play or pause that
-// arrives while it winds is kept and done on arrival, as a deck with a locate function
-// does, so that "seek, then play" plays from the sought frame. Other commands end the
-// seek where the tape is.
+// Like a real deck, the transport stops at the ends of the tape: going forward it stops on
+// the last recorded frame, which stays readable (its timecode and track), so that whoever
+// polls the deck sees a stopped tape there rather than a position off the tape; going back
+// it stops on the first frame.
+//
+// A seek by absolute track number winds (reported as 4300 or 4301) at wind_speed to the
+// track's frame and then pauses there. seek_track starts it; wait_for_seek blocks until it
+// has arrived, as the final response of the AV/C command does on a real deck. A play or
+// pause that arrives while it winds is kept and done on arrival, as a deck with a locate
+// function does, so that "seek, then play" plays from the sought frame. Other commands end
+// the seek where the tape is.
 //
 // Frames. While a mode with picture runs, one frame falls due every frame period, measured
 // from the moment the mode began. A streaming thread takes them with fetch_frame or
@@ -38,6 +44,7 @@
 // state. Frames are copied from the tape outside the lock.
 #pragma once
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
@@ -68,10 +75,14 @@ enum class TransportMode : long {
 enum class Pacing { real_time, unpaced };
 
 struct VcrOptions {
-    // Multiples of play speed. A MiniDV deck winds a 60-minute tape in about two minutes.
+    // Multiples of play speed. A MiniDV deck winds a 60-minute tape in about two minutes,
+    // and searches for a track at the same speed.
     int wind_speed = 30;
     int fastest_play_speed = 10;
     Pacing pacing = Pacing::real_time;
+    // Play from stop first threads the tape around the head drum, as a deck does: the mode
+    // is play at once, the tape moves and the picture comes this much later. 0: at once.
+    int lace_ms = 0;
 };
 
 struct VcrFaults {
@@ -110,6 +121,8 @@ struct FetchedFrame {
     // Clock time at which the frame fell due: its presentation time.
     std::int64_t due_ms = 0;
     TransportMode mode = TransportMode::play;
+    // Frames of the stream counted as dropped since the frame taken before this one.
+    std::int64_t dropped_before = 0;
 };
 
 // The result every call gives while the device is lost: "no such device".
@@ -122,7 +135,10 @@ class VirtualVcr {
 
     const TapeImage& tape() const { return *tape_; }
     DvSystem system() const { return tape_->system(); }
-    const VcrOptions& options() const { return options_; }
+    Pacing pacing() const { return options_.pacing; }
+    // Winding and searching speed from the next command on (tests make seeks take longer
+    // or shorter); at least 1.
+    void set_wind_speed(int speed);
 
     // ---- Transport -------------------------------------------------------------------
     // Puts the transport into one of the modes above. E_NOTIMPL for any other value (no
@@ -132,9 +148,13 @@ class VirtualVcr {
     HRESULT get_mode(long& mode);
     // True while the tape plays at normal speed (not while a seek winds towards a play).
     HRESULT get_playing(bool& playing);
-    // Winds to the frame of absolute track `track` (negative: the start; past the end: off
-    // the tape's end) and pauses there. E_FAIL when the seek fault is on.
+    // Starts winding to the frame of absolute track `track` (negative: the start; past the
+    // end: off the tape's end), to pause there. E_FAIL when the seek fault is on.
     HRESULT seek_track(std::int64_t track);
+    // Blocks until the seek under way has arrived: S_OK then, or at once when none is under
+    // way; device_lost_error when the device goes meanwhile; ETIMEDOUT (as an HRESULT) when
+    // `max_wait_ms` of clock time pass first.
+    HRESULT wait_for_seek(std::int64_t max_wait_ms);
     // One AV/C command frame as the device-control layer sends it. Only the 8-byte
     // ABSOLUTE TRACK NUMBER control command is understood (00 20 52 20 t0 t1 t2 FF, where
     // t0..t2 hold the track number shifted left by one, low byte first): it seeks. Other
@@ -187,6 +207,8 @@ class VirtualVcr {
     };
 
     std::int64_t end_mf() const { return tape_->frame_count() * 1000; }
+    // Where forward motion stops: inside the last frame, so that it stays the one shown.
+    std::int64_t last_mf() const { return std::max<std::int64_t>(end_mf() - 1, 0); }
     bool fetch_driven() const;
     std::int64_t position_at(std::int64_t t_ms) const;
     void advance(std::int64_t now_ms);
@@ -198,7 +220,7 @@ class VirtualVcr {
 
     std::shared_ptr<const TapeImage> tape_;
     const Clock& clock_;
-    const VcrOptions options_;
+    VcrOptions options_;
     const FrameRate rate_;
 
     std::mutex mutex_;
@@ -213,6 +235,8 @@ class VirtualVcr {
     std::int64_t taken_ = 0;
     std::optional<std::int64_t> seek_target_mf_;
     TransportMode after_seek_ = TransportMode::freeze;
+    // While play threads the tape: when it starts to move.
+    std::optional<std::int64_t> laced_at_ms_;
     // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
     // not yet taken or lost.
     std::int64_t next_tick_ = 0;
@@ -222,6 +246,7 @@ class VirtualVcr {
     std::int64_t due_seen_ = 0;
     bool streaming_ = false;
     FrameCounters counters_;
+    std::int64_t dropped_since_taken_ = 0;
     std::uint64_t wait_generation_ = 0;
 };
 

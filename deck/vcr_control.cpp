@@ -1,6 +1,11 @@
 #include "deck/vcr_control.h"
 
 namespace kc::deck {
+namespace {
+// Longer than a search from one end of the longest tape to the other at the slowest speed
+// anyone would set: past it the deck is taken to have failed the search.
+constexpr std::int64_t seek_time_limit_ms = 10 * 60 * 1000;
+}  // namespace
 
 std::shared_ptr<VirtualVcr> make_vcr(std::shared_ptr<const TapeImage> tape,
                                      std::shared_ptr<const Clock> clock, VcrOptions options) {
@@ -115,7 +120,12 @@ HRESULT VcrControl::get_transport_basic_parameters(long param, long* length, std
     if (*length <= 0 || *length > 512) {
         return E_INVALIDARG;
     }
-    const HRESULT hr = vcr_->avc_command(std::span(frame, static_cast<std::size_t>(*length)));
+    HRESULT hr = vcr_->avc_command(std::span(frame, static_cast<std::size_t>(*length)));
+    if (succeeded(hr)) {
+        // A deck answers the search with an INTERIM response at once and with its final
+        // response when the tape is there; the call returns with the final one.
+        hr = vcr_->wait_for_seek(seek_time_limit_ms);
+    }
     if (hr == device_lost_error) {
         // Nothing answered on the bus.
         return hr;

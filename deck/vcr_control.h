@@ -43,7 +43,9 @@ class VcrControl final : public media::ExtDevice,
     HRESULT put_mode(long mode) override;
     // ED_MODE and ED_MODE_PLAY (OATRUE while playing); E_NOTIMPL for other items.
     HRESULT get_status(long item, long* value) override;
-    // ED_RAW_EXT_DEV_CMD only.
+    // ED_RAW_EXT_DEV_CMD only. The ABSOLUTE TRACK NUMBER command returns when the tape
+    // has arrived (the final response), with REJECTED when the search fails or takes too
+    // long.
     HRESULT get_transport_basic_parameters(long param, long* length, std::uint8_t* frame) override;
     HRESULT get_timecode(media::TimecodeSample& sample) override;
 

@@ -127,6 +127,28 @@ class DroppedFrames : public Unknown {
     virtual HRESULT get_num_not_dropped(long* count) = 0;
 };
 
+// Frame-exact scene files. The capture pin of a DV source that reads every frame's subcode
+// answers this beside its frame counters. The capture calls it when it has decided that the
+// recording changed, before it stops the tape: the file being written then ends with the
+// last frame before the latest recording break the stream shows by its end (or, if none
+// shows, with the frames taken so far), and the frames from there on open the next capture
+// file of this graph, without the frames the tape repeats after it is played again.
+class SceneSplit : public Unknown {
+  public:
+    static constexpr Iid iid = Iid::scene_split;
+    virtual HRESULT split_at_break() = 0;
+};
+
+// The text log written beside a capture file (the file's name with ".log" for its
+// extension), and deleted with it.
+inline std::string capture_log_path(const std::string& file) {
+    const std::size_t dot = file.rfind('.');
+    const std::size_t slash = file.find_last_of("/\\");
+    const bool has_extension =
+        dot != std::string::npos && (slash == std::string::npos || dot > slash);
+    return (has_extension ? file.substr(0, dot) : file) + ".log";
+}
+
 // Property pages of an object. Page ids name the pages the host can show for it.
 class SpecifyPropertyPages : public Unknown {
   public:
@@ -294,7 +316,9 @@ class ExtTransport : public Unknown {
     // the tape plays.
     virtual HRESULT get_status(long item, long* value) = 0;
     // With ED_RAW_EXT_DEV_CMD: sends the *length bytes of `frame` as one AV/C command
-    // and returns when the device has accepted it.
+    // and returns with the device's final response. A command the device carries out over
+    // time (the ABSOLUTE TRACK NUMBER search) returns when it is done, or fails when it
+    // fails or does not finish within the driver's time limit.
     virtual HRESULT get_transport_basic_parameters(long param, long* length,
                                                    std::uint8_t* frame) = 0;
 };

@@ -29,6 +29,7 @@ enum class Iid : int {
     ext_transport,
     timecode_reader,
     dropped_frames,
+    scene_split,
     config_interleaving,
     file_sink,
     specify_property_pages,

@@ -10,6 +10,21 @@ void CapApp::stop_capture() {
     }
 }
 
+void CapApp::split_at_break() {
+    ComPtr<media::SceneSplit> splitter;
+    // Without one (another platform's capture path) the file ends where the tick found the
+    // break, as it always has.
+    if (dropped->valid() && succeeded(query_interface(dropped->get(), splitter))) {
+        (void)splitter->split_at_break();
+    }
+}
+
+void CapApp::delete_capture_file(const std::string& path) {
+    // Neither result is examined: a file that cannot be deleted is not reported.
+    (void)platform.system.delete_file(path);
+    (void)platform.system.delete_file(media::capture_log_path(path));
+}
+
 void CapApp::run_dv_capture(const std::string& path, WindowHandle pane) {
     graph->set_output_file(path);
     if (dv_type2 != 0) {

@@ -49,7 +49,7 @@ void CapApp::next_scene_file(std::string& out) {
     disconnect();
     if (previous_short) {
         // The next file takes the deleted one's name.
-        (void)platform.system.delete_file(current_file);
+        delete_capture_file(current_file);
     } else {
         ++scene_count;
     }
@@ -76,6 +76,7 @@ bool CapApp::scene_step(const Timecode& tc, std::string& new_file) {
                 }
             }
             // A scene break: backwards, too far forward, or flagged.
+            split_at_break();
             stop_capture();
             next_scene_file(new_file);
             last_timecode = tc;
@@ -88,7 +89,7 @@ bool CapApp::scene_step(const Timecode& tc, std::string& new_file) {
     disconnect();
     // Only now has the graph let go of the file, so the deletion can succeed.
     if (last_short) {
-        (void)platform.system.delete_file(current_file);
+        delete_capture_file(current_file);
     }
     inbatch = false;
     return false;

@@ -1,6 +1,7 @@
 #include "deck/gst/deck_provider.h"
 
 #include <cstdlib>
+#include <mutex>
 #include <system_error>
 
 #include "deck/gst/deck_source.h"
@@ -20,15 +21,37 @@ class DeckDevice final : public gst::SourceDevice {
     DeckDevice(std::shared_ptr<VirtualVcr> vcr, std::string label)
         : vcr_(std::move(vcr)), label_(std::move(label)) {}
 
-    std::string friendly_name() const override { return "Virtual DV deck (" + label_ + ")"; }
-    std::string device_path() const override { return "kestrel-virtual-deck:" + label_; }
-    GstElement* create_source() override { return make_deck_source(vcr_); }
-    Unknown* control() override { return static_cast<media::ExtDevice*>(VcrControl::create(vcr_)); }
+    std::string friendly_name() const override { return "Virtual DV deck (" + label() + ")"; }
+    std::string device_path() const override { return "kestrel-virtual-deck:" + label(); }
+    GstElement* create_source() override { return make_deck_source(vcr()); }
+    Unknown* control() override {
+        return static_cast<media::ExtDevice*>(VcrControl::create(vcr()));
+    }
+
+    std::shared_ptr<VirtualVcr> vcr() {
+        std::lock_guard lock(lock_);
+        return vcr_;
+    }
+    void insert(std::shared_ptr<VirtualVcr> vcr, std::string label) {
+        std::lock_guard lock(lock_);
+        vcr_ = std::move(vcr);
+        label_ = std::move(label);
+    }
 
   private:
+    std::string label() const {
+        std::lock_guard lock(lock_);
+        return label_;
+    }
+    mutable std::mutex lock_;
     std::shared_ptr<VirtualVcr> vcr_;
     std::string label_;
 };
+
+std::shared_ptr<DeckDevice>& registered_device() {
+    static std::shared_ptr<DeckDevice> device;
+    return device;
+}
 
 class DeckProvider final : public gst::SourceProvider {
   public:
@@ -60,13 +83,20 @@ bool register_virtual_deck(std::string& error) {
         return false;
     }
     registered() = vcr;
-    gst::add_source_provider(
-        std::make_shared<DeckProvider>(std::make_shared<DeckDevice>(vcr, label_of(value))));
+    registered_device() = std::make_shared<DeckDevice>(vcr, label_of(value));
+    gst::add_source_provider(std::make_shared<DeckProvider>(registered_device()));
     return true;
 }
 
 std::shared_ptr<VirtualVcr> registered_virtual_deck() {
     return registered();
+}
+
+void insert_tape(std::shared_ptr<VirtualVcr> vcr, const std::string& value) {
+    if (registered_device()) {
+        registered() = vcr;
+        registered_device()->insert(std::move(vcr), label_of(value));
+    }
 }
 
 }  // namespace kc::deck

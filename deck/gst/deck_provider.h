@@ -23,6 +23,11 @@ bool register_virtual_deck(std::string& error);
 // The VCR of the registered deck, for tests that switch its faults; null when none.
 std::shared_ptr<VirtualVcr> registered_virtual_deck();
 
+// Puts another tape (with its transport) into the registered deck: sources and device
+// controls made from now on play it, and the deck is named after `value` (as the variable
+// would name it). Does nothing when no deck is registered.
+void insert_tape(std::shared_ptr<VirtualVcr> vcr, const std::string& value);
+
 // Opens the tape the variable's value names and makes its VCR, without registering
 // anything. Null with `error` set as above.
 std::shared_ptr<VirtualVcr> open_virtual_deck(const std::string& value, bool unpaced,

@@ -2,6 +2,8 @@
 
 #include <gst/base/gstpushsrc.h>
 
+#include "platform/gst/dv_frame_meta.h"
+
 #include <atomic>
 #include <vector>
 
@@ -99,7 +101,7 @@ static gboolean kc_deck_src_unlock_stop(GstBaseSrc* src) {
 static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
     kc::deck::SourceState* s = as_deck(src)->state;
     const kc::deck::FrameRate rate = kc::deck::frame_rate(s->vcr->system());
-    const bool paced = s->vcr->options().pacing == kc::deck::Pacing::real_time;
+    const bool paced = s->vcr->pacing() == kc::deck::Pacing::real_time;
     kc::deck::FetchedFrame info;
     for (;;) {
         if (s->flushing) {
@@ -118,7 +120,8 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
             return GST_FLOW_FLUSHING;
         }
         if (!paced && status == kc::deck::FetchStatus::no_picture &&
-            s->vcr->state().frame() >= s->vcr->tape().frame_count()) {
+            s->vcr->state().mode == kc::deck::TransportMode::stop &&
+            s->vcr->state().frame() >= s->vcr->tape().frame_count() - 1) {
             // Unpaced, a tape played to its end ends the stream, so that a test or a
             // benchmark finishes when the tape does.
             return GST_FLOW_EOS;
@@ -133,6 +136,15 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
         GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
     }
     GST_BUFFER_DURATION(buffer) = duration;
+    // The capture path counts what the deck lost where it lost it, and logs the track.
+    GstCustomMeta* meta = gst_buffer_add_custom_meta(buffer, kc::gst::dv_frame_meta_name);
+    GstStructure* facts = gst_custom_meta_get_structure(meta);
+    gst_structure_set(facts, "lost-before", G_TYPE_INT64, static_cast<gint64>(info.dropped_before),
+                      "track", G_TYPE_INT64,
+                      static_cast<gint64>(s->vcr->tape().track_of_frame(info.tape_frame)), nullptr);
+    if (info.dropped_before > 0) {
+        GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+    }
     GST_BUFFER_OFFSET(buffer) = s->pushed;
     GST_BUFFER_OFFSET_END(buffer) = s->pushed + 1;
     if (s->pushed == 0) {
@@ -161,6 +173,7 @@ static void kc_deck_src_class_init(KcDeckSrcClass* klass) {
 }
 
 static void kc_deck_src_init(KcDeckSrc* self) {
+    kc::gst::register_dv_frame_meta();
     self->state = new kc::deck::SourceState;
     gst_base_src_set_format(GST_BASE_SRC(self), GST_FORMAT_TIME);
 }
@@ -171,7 +184,7 @@ namespace kc::deck {
 
 GstElement* make_deck_source(std::shared_ptr<VirtualVcr> vcr) {
     auto* element = static_cast<GstElement*>(g_object_new(kc_deck_src_get_type(), nullptr));
-    const bool paced = vcr->options().pacing == Pacing::real_time;
+    const bool paced = vcr->pacing() == Pacing::real_time;
     as_deck(element)->state->vcr = std::move(vcr);
     gst_base_src_set_live(GST_BASE_SRC(element), paced);
     gst_base_src_set_do_timestamp(GST_BASE_SRC(element), paced);

@@ -4,14 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "deck/dv_frame.h"
+#include "deck/dv_terms.h"
 #include "deck/gst/tape_writer.h"
 #include "deck/tape_plan.h"
-#include "deck/tape_time.h"
 
 namespace {
 
@@ -24,9 +24,11 @@ constexpr const char* usage =
     "  --demo         the demo tape: three recordings, a timecode break, a user-flag section\n"
     "  --help         this text\n"
     "\n"
-    "RECORDING is START,SECONDS[,NAME[,FLAGGED]]: the start timecode hh:mm:ss:ff, the\n"
-    "length in seconds, a name burnt into the picture and the number of frames at its\n"
-    "start whose timecode carries the user flag. Recordings follow each other on the tape.\n"
+    "RECORDING is START,SECONDS[,NAME[,FLAGGED[,RECORDED]]]: the start timecode\n"
+    "hh:mm:ss:ff, the length in seconds, a name burnt into the picture, the number of frames\n"
+    "at its start whose timecode carries the user flag, and when the camcorder recorded it\n"
+    "(yyyy-mm-ddThh:mm:ss; by default ten minutes after the previous recording ended).\n"
+    "Recordings follow each other on the tape.\n"
     "\n"
     "Example: kestrel-tape --out tape.dv 00:10:00:00,5,Harbour 01:00:00:00,3,Garden,6\n";
 
@@ -46,6 +48,20 @@ std::vector<std::string> split(std::string_view text, char sep) {
         }
         start = at + 1;
     }
+}
+
+// yyyy-mm-ddThh:mm:ss (a blank instead of the T is taken too).
+std::optional<kc::dv::RecordingTime> parse_recorded(const std::string& text) {
+    kc::dv::RecordingTime t;
+    char sep = 0;
+    char end = 0;
+    if (std::sscanf(text.c_str(), "%4d-%2d-%2d%c%2d:%2d:%2d%c", &t.year, &t.month, &t.day, &sep,
+                    &t.hour, &t.minute, &t.second, &end) != 7 ||
+        (sep != 'T' && sep != ' ') || t.year < 1970 || t.year > 2069 || t.month < 1 ||
+        t.month > 12 || t.day < 1 || t.day > 31 || t.hour > 23 || t.minute > 59 || t.second > 59) {
+        return std::nullopt;
+    }
+    return t;
 }
 
 bool parse_number(const std::string& text, double& out) {
@@ -99,11 +115,12 @@ int main(int argc, char** argv) {
         plan.system = system;
         const FrameRate rate = frame_rate(system);
         const int tones[] = {440, 550, 660, 770, 880};
+        RecordingTime next_recorded{2004, 7, 17, 10, 0, 0};
         for (std::size_t n = 0; n < recording_args.size(); ++n) {
             const std::vector<std::string> parts = split(recording_args[n], ',');
-            if (parts.size() < 2 || parts.size() > 4) {
+            if (parts.size() < 2 || parts.size() > 5) {
                 return fail("recording \"" + recording_args[n] +
-                            "\" is not START,SECONDS[,NAME[,FLAGGED]].");
+                            "\" is not START,SECONDS[,NAME[,FLAGGED[,RECORDED]]].");
             }
             const auto start = parse_tape_time(parts[0], system);
             if (!start) {
@@ -125,6 +142,16 @@ int main(int argc, char** argv) {
             }
             r.flagged_frames = std::min<std::int64_t>(static_cast<std::int64_t>(flagged), r.frames);
             r.tone_hz = tones[n % 5];
+            r.recorded = next_recorded;
+            if (parts.size() > 4) {
+                const auto recorded = parse_recorded(parts[4]);
+                if (!recorded) {
+                    return fail("\"" + parts[4] +
+                                "\" is not a recording time yyyy-mm-ddThh:mm:ss.");
+                }
+                r.recorded = *recorded;
+            }
+            next_recorded = add_seconds(r.recorded, static_cast<std::int64_t>(seconds) + 600);
             plan.recordings.push_back(r);
         }
     }

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <vector>
 
-#include "deck/dv_frame.h"
+#include "deck/dv_terms.h"
 #include "deck/test_card.h"
 
 namespace kc::deck {
@@ -240,6 +240,23 @@ bool write_tape(const TapePlan& plan, const std::filesystem::path& path, std::st
     return false;
 }
 
+namespace {
+// Whether the tape at `path` starts as `plan` does (timecode, user bits and recording
+// time of its first frame): a cache written by an older demo plan is made again.
+bool holds_plan_start(const std::filesystem::path& path, const TapePlan& plan) {
+    std::vector<std::uint8_t> first(frame_bytes(plan.system));
+    std::ifstream in(path, std::ios::binary);
+    if (!in.read(reinterpret_cast<char*>(first.data()),
+                 static_cast<std::streamsize>(first.size()))) {
+        return false;
+    }
+    const PlannedFrame planned = plan_frame(plan, 0);
+    return read_timecode(first, plan.system) == to_bcd_word(planned.timecode) &&
+           read_user_bits(first, plan.system).value_or(0) == planned.user_bits &&
+           read_recording_time(first, plan.system) == planned.recorded;
+}
+}  // namespace
+
 std::filesystem::path cached_demo_tape(DvSystem system, std::string& error) {
     std::filesystem::path dir;
     if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg != nullptr && *xdg != '\0') {
@@ -259,7 +276,7 @@ std::filesystem::path cached_demo_tape(DvSystem system, std::string& error) {
     std::error_code ec;
     const TapePlan plan = demo_plan(DemoOptions{system});
     const auto expected = static_cast<std::uintmax_t>(plan.total_frames()) * frame_bytes(system);
-    if (std::filesystem::file_size(path, ec) == expected && !ec) {
+    if (std::filesystem::file_size(path, ec) == expected && !ec && holds_plan_start(path, plan)) {
         return path;
     }
     std::filesystem::create_directories(dir, ec);

@@ -33,6 +33,9 @@ std::shared_ptr<VirtualVcr> open_virtual_deck(const std::string& value, bool unp
     }
     VcrOptions options;
     options.pacing = unpaced ? Pacing::unpaced : Pacing::real_time;
+    // A deck playing from stop threads its tape first; a capture started with the play has
+    // its graph running before the first frame comes.
+    options.lace_ms = unpaced ? 0 : 400;
     return make_vcr(std::move(tape), std::make_shared<SteadyClock>(), options);
 }
 

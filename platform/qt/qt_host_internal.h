@@ -1,15 +1,18 @@
-// The host's own window records and widgets. Private to platform/qt.
+// The host's own window records and widgets, and the helpers its files share. Private to
+// platform/qt.
 #pragma once
 
 #include <QAbstractButton>
 #include <QImage>
 #include <QPixmap>
 #include <QPointer>
+#include <QString>
 #include <QWidget>
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/qt/qt_dialog_host.h"
@@ -166,5 +169,20 @@ class OverlayWidget : public QWidget {
   private:
     std::vector<std::pair<QPoint, QPixmap>> stamps;
 };
+
+// The notification of a clicked button, which the logic does not name.
+inline constexpr unsigned BN_CLICKED = 0;
+
+// The procedure of a control that has none of its own from the logic: it handles nothing.
+LResult control_default_proc(WindowHandle, unsigned, WParam, LParam);
+
+inline QString qstr(std::string_view s) {
+    return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
+}
+
+// The BS_ type in a button's style.
+inline std::uint32_t button_type(std::uint32_t s) {
+    return s & 0x000Fu;
+}
 
 }  // namespace kc::qt

@@ -32,7 +32,8 @@ std::string name_in(E value, std::string_view words) {
 constexpr std::string_view iid_names =
     "unknown base_filter pin enum_pins enum_media_types graph_builder capture_graph_builder "
     "media_control media_event media_seeking video_window ext_device ext_transport "
-    "timecode_reader dropped_frames config_interleaving file_sink specify_property_pages "
+    "timecode_reader dropped_frames scene_split config_interleaving file_sink "
+    "specify_property_pages "
     "create_dev_enum enum_moniker moniker property_bag";
 static_assert(word_count(iid_names) == static_cast<std::size_t>(Iid::property_bag) + 1);
 constexpr std::string_view clsid_names =
@@ -584,6 +585,11 @@ HRESULT FakeDroppedFrames::get_num_dropped(long* count) {
 
 HRESULT FakeDroppedFrames::get_num_not_dropped(long* count) {
     return answer("get_num_not_dropped", "get_num_not_dropped", count, not_dropped);
+}
+
+HRESULT FakeDroppedFrames::split_at_break() {
+    log("split_at_break()");
+    return script.result("split_at_break");
 }
 
 FakeFilter& make_video_source(FakeLedger& ledger, const std::string& name) {

@@ -316,15 +316,25 @@ class FakeDvFilter : public FakeFilter,
     std::vector<media::TimecodeSample> timecode_requests;
 };
 
-class FakeDroppedFrames : public FakeUnknown<media::DroppedFrames, Iid::dropped_frames> {
+// The capture pin's counters; with `splits`, also the scene splitter of a DV capture.
+class FakeDroppedFrames : public media::DroppedFrames, public media::SceneSplit, public FakeObject {
   public:
     explicit FakeDroppedFrames(FakeLedger& ledger, std::string label = "dropped")
-        : FakeUnknown(ledger, std::move(label)) {}
-    // Scripts: "get_num_dropped", "get_num_not_dropped".
+        : FakeObject(ledger, std::move(label)) {}
+    FAKE_UNKNOWN_METHODS
+    void* interface_for(Iid iid) override {
+        if (iid == Iid::unknown || iid == Iid::dropped_frames) {
+            return static_cast<media::DroppedFrames*>(this);
+        }
+        return iid == Iid::scene_split && splits ? static_cast<media::SceneSplit*>(this) : nullptr;
+    }
+    // Scripts: "get_num_dropped", "get_num_not_dropped", "split_at_break".
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
+    HRESULT split_at_break() override;
     long dropped = 0;
     long not_dropped = 0;
+    bool splits = true;
 };
 
 // Filters as the platform makes them.

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "deck/dv_terms.h"
 #include "deck/gst/deck_provider.h"
 #include "deck/gst/deck_source.h"
 #include "deck/gst/tape_writer.h"
 #include "deck/tape_image.h"
-#include "deck/tape_time.h"
 #include "deck/vcr_control.h"
 #include "tests/unit/workflow/temp_dir.h"
 

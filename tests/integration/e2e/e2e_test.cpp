@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <thread>
 #include <vector>
@@ -20,9 +21,10 @@
 #include "app/capapp.h"
 #include "app/errors.h"
 #include "app/globals.h"
-#include "deck/dv_frame.h"
 #include "deck/gst/deck_provider.h"
+#include "deck/gst/tape_writer.h"
 #include "deck/tape_image.h"
+#include "dv/dv_frame.h"
 #include "platform/gst/media/gst_media.h"
 #include "platform/posix/posix_system.h"
 #include "platform/window.h"
@@ -137,6 +139,12 @@ bool consecutive(const std::vector<std::int64_t>& frames) {
     return true;
 }
 
+// The capture log beside a capture file.
+std::string log_of(const fs::path& file) {
+    const auto bytes = test::read_file(fs::path(file).replace_extension(".log"));
+    return std::string(bytes.begin(), bytes.end());
+}
+
 // A progress dialog's side of a batch or scene capture: its picture control, and the
 // fractions it was given.
 struct Progress : CapBatchCallback {
@@ -155,8 +163,17 @@ class EndToEnd : public ::testing::Test {
         setenv("KESTREL_VIRTUAL_DECK", "demo", 0);
         std::string error;
         ASSERT_TRUE(kc::deck::register_virtual_deck(error)) << error;
+        demo = kc::deck::registered_virtual_deck();
+        ASSERT_NE(demo, nullptr);
+        if (const auto plan = tape_plan()) {
+            const fs::path tape = dir.path() / "tape.dv";
+            ASSERT_TRUE(kc::deck::write_tape(*plan, tape, error)) << error;
+            const auto loaded = kc::deck::open_virtual_deck(tape.string(), false, error);
+            ASSERT_NE(loaded, nullptr) << error;
+            fs::remove(tape);  // the deck keeps it mapped; the folder is for the captures
+            kc::deck::insert_tape(loaded, tape.string());
+        }
         vcr = kc::deck::registered_virtual_deck();
-        ASSERT_NE(vcr, nullptr);
         vcr->set_faults({});
         // One deck serves every test of a run: each begins with the tape at its start.
         if (vcr->state().frame() != 0) {
@@ -187,7 +204,13 @@ class EndToEnd : public ::testing::Test {
         }
         main_window = nullptr;
         scoped.reset();
+        if (demo) {
+            kc::deck::insert_tape(demo, "demo");  // the next test in this process finds it
+        }
     }
+
+    // A tape of the test's own for the deck, instead of the demo tape.
+    virtual std::optional<kc::deck::TapePlan> tape_plan() { return std::nullopt; }
 
     // Delivers posted messages until `done` holds or two minutes pass.
     bool wait_for(const std::function<bool()>& done) {
@@ -229,10 +252,13 @@ class EndToEnd : public ::testing::Test {
         EXPECT_FALSE(app->recording);
     }
 
+    // The capture files written (their logs lie beside them).
     std::vector<fs::path> files() {
         std::vector<fs::path> found;
         for (const auto& entry : fs::directory_iterator(dir.path())) {
-            found.push_back(entry.path());
+            if (entry.path().extension() == ".avi") {
+                found.push_back(entry.path());
+            }
         }
         std::sort(found.begin(), found.end());
         return found;
@@ -246,6 +272,7 @@ class EndToEnd : public ::testing::Test {
     std::unique_ptr<media::MediaFactory> factory;
     std::unique_ptr<CapPlatform> platform;
     std::unique_ptr<ScopedInstance> scoped;
+    std::shared_ptr<kc::deck::VirtualVcr> demo;
     std::shared_ptr<kc::deck::VirtualVcr> vcr;
 };
 
@@ -288,6 +315,13 @@ TEST_P(Record, WritesAReadableFileOfTheFramesCaptured) {
     EXPECT_GT(duration, 0.0);
     EXPECT_NEAR(duration, packets / 25.0, 0.2);
     EXPECT_EQ(test::decode_video_frames(file), packets);
+    // Frame by frame: the tape's frames one after the other, none lost, and the log says so.
+    const std::vector<std::int64_t> frames = tape_frames_of(file, vcr->tape());
+    EXPECT_EQ(static_cast<long>(frames.size()), packets);
+    EXPECT_TRUE(consecutive(frames)) << frames.front() << ".." << frames.back();
+    const std::string log = log_of(file);
+    EXPECT_NE(log.find("\nframes: " + std::to_string(packets) + "\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("\ndropped frames: 0\n"), std::string::npos) << log;
 }
 
 // Record a second time: the next number, and the deck's stream picked up again. The frame
@@ -301,7 +335,9 @@ TEST_F(EndToEnd, ASecondRecordingIsWrittenToTheNextNumber) {
     EXPECT_EQ(written[1].filename().string(), "e2e 001.avi");
     for (const fs::path& file : written) {
         SCOPED_TRACE(file.filename().string());
-        EXPECT_GE(test::count_packets(file, "v:0"), 25);
+        const std::vector<std::int64_t> frames = tape_frames_of(file, vcr->tape());
+        EXPECT_GE(frames.size(), 25u);
+        EXPECT_TRUE(consecutive(frames));
     }
 }
 
@@ -353,15 +389,19 @@ TEST_F(EndToEnd, DeviceLostDuringARecordingReachesTheWindowAndKeepsTheFile) {
 }
 
 // Three logged scenes, one in each recording of the demo tape, captured with a preroll of
-// ten frames: each file is named after its scene, holds consecutive frames from within the
-// preroll to just past its out point, and the progress climbs to the end.
-TEST_F(EndToEnd, ABatchOfThreeScenesWithPrerollWritesEachSceneToItsOwnFile) {
+// ten frames from wherever the tape stands: before the first scene, inside the second, or
+// past them all. The seek to each scene returns when the tape is there, so each file is
+// named after its scene and holds consecutive frames from within the preroll to just past
+// its out point, and the progress climbs to the end.
+class Batch : public EndToEnd, public ::testing::WithParamInterface<std::int64_t> {};
+
+TEST_P(Batch, ThreeScenesWithPrerollEachGoIntoTheirOwnFileFromWhereverTheTapeStands) {
     const kc::deck::TapeImage& tape = vcr->tape();
     const int preroll_frames = 10;
     app->dv_type2 = 1;
     app->preroll = preroll_frames * tape.tracks_per_frame();
     const std::int64_t in_points[] = {50, 260, 470};
-    const std::int64_t scene_frames = 40;
+    const std::int64_t scene_frames = 30;
     for (const std::int64_t in : in_points) {
         Timecode position;
         position.track = static_cast<std::int32_t>(tape.track_of_frame(in));
@@ -370,6 +410,8 @@ TEST_F(EndToEnd, ABatchOfThreeScenesWithPrerollWritesEachSceneToItsOwnFile) {
         ASSERT_TRUE(app->set_out_point(position));
     }
     app->apply_preroll();
+    app->dv->seek(static_cast<long>(tape.track_of_frame(GetParam())));
+    ASSERT_EQ(vcr->state().frame(), GetParam()) << "the seek returned with the tape there";
 
     Progress progress;
     progress.preview_window = surfaces.pane;
@@ -403,7 +445,12 @@ TEST_F(EndToEnd, ABatchOfThreeScenesWithPrerollWritesEachSceneToItsOwnFile) {
     ASSERT_FALSE(progress.fractions.empty());
     EXPECT_GT(progress.fractions.back(), 0.6f);
 
-    const auto written = files();
+    std::vector<fs::path> written;
+    for (const fs::path& f : files()) {
+        if (f.extension() == ".avi") {
+            written.push_back(f);
+        }
+    }
     ASSERT_EQ(written.size(), 3u);
     for (std::size_t i = 0; i < written.size(); ++i) {
         SCOPED_TRACE(written[i].filename().string());
@@ -421,33 +468,45 @@ TEST_F(EndToEnd, ABatchOfThreeScenesWithPrerollWritesEachSceneToItsOwnFile) {
         EXPECT_LE(frames.back(), out_point + ending_step[i] + 2)
             << "the step that ended the scene moved " << ending_step[i] << " frames";
         EXPECT_EQ(test::count_packets(written[i], "v:0"), static_cast<long>(frames.size()));
+        EXPECT_NE(log_of(written[i]).find("\nframes: " + std::to_string(frames.size()) + "\n"),
+                  std::string::npos);
     }
 }
 
-// Scene detection from the start of the demo tape to its end: one file per recording,
-// split at the timecode jump and at the flagged start of the third recording. The
-// dialog's 250 ms timer is kept in tape time (every six frames, as long as the flagged
-// run), so that a late tick on a busy machine does not step over the flag; the files'
-// ends are checked against the ticks that saw each break.
-TEST_F(EndToEnd, SceneDetectionOverTheDemoTapeWritesOneFilePerRecording) {
-    const kc::deck::TapeImage& tape = vcr->tape();
-    const auto sections = tape.sections();
-    ASSERT_EQ(sections.size(), 4u) << "two recordings, and a third whose start is flagged";
-    ASSERT_TRUE(sections[2].user_flag);
-    app->dv_type2 = 1;
+INSTANTIATE_TEST_SUITE_P(StartingPositions, Batch, ::testing::Values(0, 270, 590),
+                         [](const auto& info) {
+                             return info.param == 0     ? std::string("BeforeTheScenes")
+                                    : info.param == 270 ? std::string("InsideTheSecond")
+                                                        : std::string("FarPastThemAll");
+                         });
 
-    // Scenes are captured from wherever the tape is; starting it one frame before its end
-    // leaves a file too short to keep.
-    std::vector<std::int64_t> ticks;  // the tape frame at every tick of the timer
-    const auto capture_from = [&](std::int64_t frame) {
-        app->dv->seek(static_cast<long>(tape.track_of_frame(frame)));
-        ASSERT_TRUE(wait_for([&] { return !vcr->state().seeking; }));
+// A tape of four recordings: the second jumps forward in timecode, the third steps back,
+// the fourth continues the third's timecode with its first frames flagged.
+class SceneTape : public EndToEnd {
+  protected:
+    std::optional<kc::deck::TapePlan> tape_plan() override {
+        using kc::deck::Recording;
+        kc::deck::TapePlan plan;
+        plan.recordings = {
+            Recording{"One", {0, 10, 0, 0}, 70, 0, 440, {2004, 7, 17, 10, 0, 0}},
+            Recording{"Two", {1, 0, 0, 0}, 70, 0, 550, {2004, 7, 17, 11, 0, 0}},
+            Recording{"Three", {0, 5, 0, 0}, 70, 0, 660, {2004, 7, 18, 9, 0, 0}},
+            Recording{"Four", {0, 5, 2, 20}, 70, 6, 770, {2004, 7, 18, 9, 30, 0}},
+        };
+        return plan;
+    }
+
+    // A scene-detection capture from tape frame `from`, driven as the dialog's timer drives
+    // it, but ticking every six frames of tape time (as long as the flagged run), so that a
+    // late tick on a busy machine does not step over the flag. False when it did not end
+    // by itself within two minutes.
+    bool capture_scenes_from(std::int64_t from) {
+        app->dv->seek(static_cast<long>(vcr->tape().track_of_frame(from)));
         Progress dialog;
         dialog.preview_window = surfaces.pane;
         std::string file;
         app->start_scene_capture(&dialog, file);
-        ASSERT_TRUE(app->inbatch);
-        ticks.clear();
+        EXPECT_TRUE(app->inbatch);
         std::int64_t ticked = vcr->state().frame();
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
         bool going = true;
@@ -459,47 +518,71 @@ TEST_F(EndToEnd, SceneDetectionOverTheDemoTapeWritesOneFilePerRecording) {
                 continue;
             }
             ticked = state.frame();
-            ticks.push_back(ticked);
             Timecode position;
-            if (!app->dv->get_timecode(position)) {
-                position.clear();
+            if (app->dv->get_timecode(position)) {
+                going = app->scene_step(position, file);
             }
-            going = app->scene_step(position, file);
         }
-        ASSERT_FALSE(going) << "the capture did not end with the tape";
-        EXPECT_FALSE(app->inbatch);
         EXPECT_TRUE(dialog.fractions.empty()) << "scene detection reports no progress";
         // The dialog's end: the device back and the preview rebuilt.
         app->connect();
         app->build_preview();
-    };
-
-    capture_from(tape.frame_count() - 1);
-    EXPECT_TRUE(files().empty()) << "a file of fewer than two frames is deleted";
-
-    capture_from(0);
-    const auto written = files();
-    ASSERT_EQ(written.size(), 3u);
-    const std::int64_t recording_starts[] = {sections[0].first_frame, sections[1].first_frame,
-                                             sections[2].first_frame, tape.frame_count()};
-    const auto first_tick_from = [&](std::int64_t frame) {
-        const auto tick = std::lower_bound(ticks.begin(), ticks.end(), frame);
-        return tick == ticks.end() ? tape.frame_count() : *tick;
-    };
-    for (std::size_t i = 0; i < written.size(); ++i) {
-        SCOPED_TRACE(written[i].filename().string());
-        EXPECT_EQ(written[i].filename().string(), "e2e 000 " + std::to_string(i + 1) + ".avi");
-        const std::vector<std::int64_t> frames = tape_frames_of(written[i], tape);
-        ASSERT_FALSE(frames.empty());
-        EXPECT_TRUE(consecutive(frames)) << frames.front() << ".." << frames.back();
-        // Each file begins where the tick that saw the break left the tape, and ends there
-        // in the next file's recording (a stopped tape plays on from the frame it showed
-        // last, so that frame may be in both).
-        EXPECT_GE(frames.front(), recording_starts[i]);
-        EXPECT_LE(frames.front(), first_tick_from(recording_starts[i]) + 1);
-        EXPECT_GE(frames.back() + 1, recording_starts[i + 1]);
-        EXPECT_LE(frames.back(), first_tick_from(recording_starts[i + 1]) + 1);
+        return !going;
     }
+};
+
+// Scene detection over the whole tape: one file per recording, each after the first
+// beginning with its recording's first frame, each ending with its recording's last frame,
+// every tape frame from the first captured to the last in exactly one file, and the
+// capture ending by itself where the tape stops. Each file's log tells where it begins
+// and ends and why.
+TEST_F(SceneTape, SceneDetectionPutsEveryFrameOnceIntoOneFilePerRecordingAndEndsWithTheTape) {
+    const kc::deck::TapeImage& tape = vcr->tape();
+    const auto sections = tape.sections();
+    ASSERT_EQ(sections.size(), 5u) << "four recordings, the last with a flagged start";
+    app->dv_type2 = 1;
+
+    ASSERT_TRUE(capture_scenes_from(tape.frame_count() - 1)) << "the capture did not end";
+    EXPECT_TRUE(files().empty()) << "a file of fewer than two frames goes, with its log";
+
+    ASSERT_TRUE(capture_scenes_from(0)) << "the capture did not end with the tape";
+    const auto written = files();
+    ASSERT_EQ(written.size(), 4u) << "one file per recording";
+    std::vector<std::int64_t> all;
+    for (std::size_t i = 0; i < 4; ++i) {
+        const fs::path file = written[i];
+        SCOPED_TRACE(file.filename().string());
+        EXPECT_EQ(file.filename().string(), "e2e 000 " + std::to_string(i + 1) + ".avi");
+        const std::vector<std::int64_t> frames = tape_frames_of(file, tape);
+        ASSERT_FALSE(frames.empty());
+        const std::int64_t first = 70 * static_cast<std::int64_t>(i);
+        if (i > 0) {
+            EXPECT_EQ(frames.front(), first) << "the recording's first frame";
+        }
+        EXPECT_EQ(frames.back(), first + 69) << "the recording's last frame";
+        all.insert(all.end(), frames.begin(), frames.end());
+
+        const std::string log = log_of(file);
+        EXPECT_NE(log.find("\nsource: Virtual DV deck (tape.dv)"), std::string::npos) << log;
+        EXPECT_NE(log.find("\nframes: " + std::to_string(frames.size()) + "\n"), std::string::npos);
+        EXPECT_NE(log.find("\ndropped frames: 0\n"), std::string::npos) << log;
+        if (i < 3) {
+            EXPECT_NE(log.find("the file ends here and the next begins"), std::string::npos) << log;
+        }
+        if (i > 0) {
+            EXPECT_NE(log.find("(the recording break the previous file ended at)"),
+                      std::string::npos)
+                << log;
+        }
+    }
+    ASSERT_FALSE(all.empty());
+    EXPECT_TRUE(consecutive(all)) << "every frame once, in order: " << all.front() << ".."
+                                  << all.back();
+    EXPECT_EQ(all.back(), tape.frame_count() - 1);
+    const std::string last_log = log_of(written[3]);
+    EXPECT_NE(last_log.find("\nlast frame: 00:05:05:14, track 3348, recorded 2004-07-18 09:30:02"),
+              std::string::npos)
+        << last_log;
 }
 
 }  // namespace

@@ -8,13 +8,13 @@
 #include <system_error>
 #include <vector>
 
-#include "deck/dv_frame.h"
+#include "deck/dv_terms.h"
 #include "deck/tape_image.h"
 #include "deck/tape_plan.h"
 
 namespace kc::deck::testing {
 
-// One frame with valid DIF structure and no recorded subcode (every pack 0xFF).
+// One frame with valid DIF structure and no recorded subcode or VAUX (every pack 0xFF).
 inline std::vector<std::uint8_t> make_frame(DvSystem system) {
     std::vector<std::uint8_t> frame(frame_bytes(system), 0);
     auto block = [&](int seq, int n, DifSection section, int dbn) {
@@ -32,7 +32,8 @@ inline std::vector<std::uint8_t> make_frame(DvSystem system) {
             std::fill(b + 3, b + dif_block_bytes, 0xFF);
         }
         for (int v = 0; v < 3; ++v) {
-            block(seq, 3 + v, DifSection::vaux, v);
+            std::uint8_t* b = block(seq, 3 + v, DifSection::vaux, v);
+            std::fill(b + 3, b + dif_block_bytes, 0xFF);
         }
         // 144 blocks: an audio block before every 15 video blocks.
         for (int i = 0; i < 144; ++i) {

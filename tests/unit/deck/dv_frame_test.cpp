@@ -1,8 +1,7 @@
-#include "deck/dv_frame.h"
+#include "deck/dv_terms.h"
 
 #include <gtest/gtest.h>
 
-#include "deck/tape_time.h"
 #include "tests/unit/deck/deck_test_tapes.h"
 
 namespace kc::deck {

@@ -65,7 +65,14 @@ TEST(DemoPlan, StampedFramesReadBackTheirPlan) {
         stamp_frame(frame, plan.system, planned);
         EXPECT_EQ(read_timecode(frame, plan.system), to_bcd_word(planned.timecode));
         EXPECT_EQ(read_user_bits(frame, plan.system), planned.user_bits);
+        EXPECT_EQ(read_recording_time(frame, plan.system), planned.recorded);
     }
+    // A camcorder's clock stamps each frame with the second it was recorded in.
+    const TapePlan pal = demo_plan(DemoOptions{});
+    EXPECT_EQ(to_text(plan_frame(pal, 24).recorded), "2004-07-17 10:12:00");
+    EXPECT_EQ(to_text(plan_frame(pal, 25).recorded), "2004-07-17 10:12:01");
+    EXPECT_EQ(to_text(plan_frame(pal, 200 + 26).recorded), "2004-07-18 16:40:06");
+    EXPECT_EQ(to_text(add_seconds({2004, 12, 31, 23, 59, 58}, 3)), "2005-01-01 00:00:01");
 }
 
 class TestCard : public ::testing::Test {

@@ -1,4 +1,4 @@
-#include "deck/tape_time.h"
+#include "deck/dv_terms.h"
 
 #include <gtest/gtest.h>
 

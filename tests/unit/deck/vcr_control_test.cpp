@@ -81,8 +81,9 @@ TEST(VcrControl, TransportStatusAndTimecodeFollowTheTape) {
     EXPECT_EQ(sample.frames, 7u) << "a failed read leaves the sample alone";
 }
 
-TEST(VcrControl, RawAbsoluteTrackNumberCommandIsAcceptedOrRejectedLikeADeck) {
+TEST(VcrControl, RawAbsoluteTrackNumberCommandAnswersWhenTheTapeIsThereOrRejects) {
     Control c;
+    c.clock->set_auto_advance(true);
     const auto sent = testing::atn_seek_command(200 * 12);
     auto frame = sent;
     // Sends `frame` as it is now; the answer comes back in it.
@@ -94,7 +95,9 @@ TEST(VcrControl, RawAbsoluteTrackNumberCommandIsAcceptedOrRejectedLikeADeck) {
     ASSERT_EQ(raw(), S_OK);
     EXPECT_EQ(frame[0], avc_accepted);
     EXPECT_TRUE(std::equal(frame.begin() + 1, frame.end(), sent.begin() + 1));
-    c.clock->advance_ms(1000);
+    // The answer came when the tape got there: 200 frames at 30 times 25 frames a second.
+    EXPECT_EQ(c.clock->now_ms(), 267);
+    EXPECT_EQ(c.vcr->state().mode, TransportMode::freeze);
     media::TimecodeSample sample;
     sample.flags = media::ED_DEVCAP_ATN_READ;
     ASSERT_EQ(c.control->get_timecode(sample), S_OK);

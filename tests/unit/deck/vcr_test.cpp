@@ -33,23 +33,65 @@ struct Deck {
     std::int64_t frame() { return vcr.state().frame(); }
 };
 
-TEST(Vcr, PlayMovesAtTheFrameRateAndStopsAtTheTapesEnd) {
+// A real deck stops at the end of its tape, on its last frame: whoever polls it then reads
+// a stopped transport and the last frame's position, not a playing tape off its end.
+TEST(Vcr, PlayMovesAtTheFrameRateAndStopsOnTheTapesLastFrame) {
     Deck deck;  // 300 frames of PAL
     EXPECT_EQ(deck.mode(), stop);
     ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
+    deck.vcr.start_stream();
     deck.clock.advance_ms(1000);
     EXPECT_EQ(deck.frame(), 25);
     bool playing = false;
     ASSERT_EQ(deck.vcr.get_playing(playing), S_OK);
     EXPECT_TRUE(playing);
-    deck.clock.advance_ms(20000);
-    EXPECT_EQ(deck.mode(), stop);
-    EXPECT_EQ(deck.vcr.state().position_mf, 300 * 1000);
+    deck.clock.advance_ms(299 * 40 - 1000);
+    std::vector<std::uint8_t> out;
+    FetchedFrame info;
+    ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
+    EXPECT_EQ(info.tape_frame, 299) << "the last frame is played";
+    deck.clock.advance_ms(40);
+    EXPECT_EQ(deck.mode(), stop) << "one frame period later the tape stops";
+    ASSERT_EQ(deck.vcr.get_playing(playing), S_OK);
+    EXPECT_FALSE(playing);
+    EXPECT_EQ(deck.frame(), 299);
     BcdTimecode tc{};
     std::uint32_t user = 0;
-    EXPECT_EQ(deck.vcr.read_timecode(tc, user), E_FAIL) << "off the tape's end";
+    ASSERT_EQ(deck.vcr.read_timecode(tc, user), S_OK);
+    EXPECT_EQ(tc, to_bcd_word(plan_frame(deck.plan, 299).timecode));
     std::int64_t track = 0;
-    EXPECT_EQ(deck.vcr.read_track(track), E_FAIL);
+    ASSERT_EQ(deck.vcr.read_track(track), S_OK);
+    EXPECT_EQ(track, 299 * 12);
+    EXPECT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::no_picture);
+    ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
+    EXPECT_EQ(deck.mode(), stop) << "play at the end goes nowhere";
+    deck.vcr.set_mode(static_cast<long>(TransportMode::fast_forward));
+    EXPECT_EQ(deck.mode(), stop);
+}
+
+// From stop a deck threads its tape before it plays: the mode is play at once, the first
+// frame comes when the tape moves, and a waiting stream is woken for it rather than
+// finding frames already lost.
+TEST(Vcr, PlayFromStopThreadsTheTapeFirstAndFromPauseAtOnce) {
+    Deck deck(DvSystem::pal_625_50, 100, VcrOptions{.lace_ms = 400});
+    deck.vcr.seek_track(10 * 12);
+    deck.clock.advance_ms(1000);
+    deck.vcr.set_mode(stop);
+    deck.vcr.start_stream();
+    ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
+    EXPECT_EQ(deck.mode(), play);
+    std::vector<std::uint8_t> out;
+    FetchedFrame info;
+    std::int64_t next = 0;
+    EXPECT_EQ(deck.vcr.fetch_frame(out, info, &next), FetchStatus::no_picture);
+    EXPECT_EQ(next, 1400);
+    deck.clock.advance_ms(400 + 40);
+    ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
+    EXPECT_EQ(info.tape_frame, 11);
+    EXPECT_EQ(info.dropped_before, 1) << "frame 10 fell due 40 ms ago and was not taken";
+    deck.vcr.set_mode(freeze);
+    deck.vcr.set_mode(play);
+    EXPECT_TRUE(deck.vcr.state().picture) << "from pause the tape is threaded already";
 }
 
 TEST(Vcr, PauseHoldsAStillFrameAndStepsMoveOneFrame) {
@@ -110,6 +152,7 @@ TEST(Vcr, TimecodeAndTrackFollowThePositionOnBothSystems) {
 
 TEST(Vcr, SeekWindsForTimeAndAPlayWaitsForIt) {
     Deck deck(DvSystem::pal_625_50, 1000);
+    EXPECT_EQ(deck.vcr.wait_for_seek(0), S_OK) << "no seek under way";
     // 1500 frames at 30 times 25 frames a second: two seconds of winding.
     ASSERT_EQ(deck.vcr.seek_track(1500 * 12), S_OK);
     ASSERT_EQ(deck.vcr.set_mode(play), S_OK);
@@ -125,9 +168,20 @@ TEST(Vcr, SeekWindsForTimeAndAPlayWaitsForIt) {
     // Seeking back rewinds, then holds the frame.
     deck.vcr.seek_track(12 * 10);
     EXPECT_EQ(deck.mode(), static_cast<long>(TransportMode::rewind));
-    deck.clock.advance_ms(3000);
+    // Waiting takes the winding time: 1500 frames back at 30 times play speed, two
+    // seconds, of which the first 100 ms run out a wait; a slower search takes longer.
+    deck.clock.set_auto_advance(true);
+    EXPECT_EQ(deck.vcr.wait_for_seek(100), hresult_from_errno(ETIMEDOUT));
+    const std::int64_t before = deck.clock.now_ms();
+    ASSERT_EQ(deck.vcr.wait_for_seek(60000), S_OK);
+    EXPECT_EQ(deck.clock.now_ms() - before, 2000 - 100);
     EXPECT_EQ(deck.mode(), freeze);
     EXPECT_EQ(deck.frame(), 10);
+    deck.vcr.set_wind_speed(15);
+    deck.vcr.seek_track(12 * 1510);
+    ASSERT_EQ(deck.vcr.wait_for_seek(60000), S_OK);
+    EXPECT_EQ(deck.clock.now_ms() - before, 1900 + 4000);
+    EXPECT_EQ(deck.frame(), 1510);
 }
 
 TEST(Vcr, AvcAbsoluteTrackNumberCommandSeeksAndOthersAreRefused) {
@@ -164,9 +218,11 @@ TEST(Vcr, PacedFramesFallDueOneAPeriodAndMissedOnesCountAsDropped) {
     ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(info.tape_frame, 1);
     EXPECT_EQ(info.due_ms, 40);
+    EXPECT_EQ(info.dropped_before, 0);
     deck.clock.advance_ms(200);  // frames 2..5 fell due, only 6 is taken
     ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(frame_mark(out), 6);
+    EXPECT_EQ(info.dropped_before, 4) << "the frame after a loss tells how many were lost";
     EXPECT_EQ(deck.vcr.counters().dropped, 4);
     EXPECT_EQ(deck.vcr.counters().delivered, 3);
     deck.vcr.set_mode(stop);
@@ -207,6 +263,7 @@ TEST(Vcr, FaultsLoseTheDeviceHideTimecodeFailSeeksAndDropFrames) {
     deck.clock.advance_ms(40);
     EXPECT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
     EXPECT_EQ(deck.vcr.counters().dropped, 2);
+    EXPECT_EQ(info.dropped_before, 2);
 
     deck.vcr.set_faults(VcrFaults{true, false, false, 0});
     long mode = 0;

@@ -57,10 +57,22 @@ TEST(SceneDetect, ForwardStepsKeepTheSceneABackwardJumpStartsTheNextFile) {
     EXPECT_EQ(rig.step(tc(0, 10, 0, 15)), "");
     EXPECT_EQ(rig.media.builder.output_paths.size(), 1u);
     const std::size_t mark = rig.deck.modes.size();
+    EXPECT_FALSE(rig.media.ledger.called("dropped.split_at_break()"));
     EXPECT_EQ(rig.step(tc(0, 0, 0, 2)), rig.path("kestrel 012 2.avi"));
     EXPECT_EQ(rig.modes_since(mark), (std::vector<long>{media::ED_MODE_STOP, media::ED_MODE_PLAY}));
     EXPECT_EQ(rig.a.current_file, rig.path("kestrel 012 2.avi"));
     EXPECT_TRUE(rig.callback.fractions.empty()) << "scene detection reports no progress";
+    // The capture path is told of the break before the tape stops, so that the frames
+    // still on their way go into the right file.
+    const auto& ledger = rig.media.ledger;
+    EXPECT_EQ(ledger.count("dropped.split_at_break"), 1u);
+    EXPECT_LT(
+        ledger.position("dropped.split_at_break()"),
+        ledger.position("DV Camcorder.put_mode(" + std::to_string(media::ED_MODE_STOP) + ")"));
+    // A capture path that cannot split is simply not asked.
+    rig.media.builder.dropped.splits = false;
+    EXPECT_EQ(rig.step(tc(0, 20, 0, 0)), rig.path("kestrel 012 3.avi"));
+    EXPECT_EQ(ledger.count("dropped.split_at_break"), 1u);
 }
 
 TEST(SceneDetect, SixtyFramesAheadIsTheSameSceneSixtyOneIsABreak) {
@@ -89,14 +101,16 @@ TEST(SceneDetect, AShortFileIsDeletedOnceClosedAndItsNameIsUsedAgain) {
     };
     rig.media.builder.dropped.not_dropped = 1;
     EXPECT_EQ(rig.step(tc(0, 20, 0, 0)), rig.path("kestrel 012 1.avi"));
-    EXPECT_EQ(rig.deletions(), std::vector<std::string>{rig.path("kestrel 012 1.avi")});
+    EXPECT_EQ(rig.deletions(), (std::vector<std::string>{rig.path("kestrel 012 1.avi"),
+                                                         rig.path("kestrel 012 1.log")}))
+        << "the file goes with its capture log";
     EXPECT_FALSE(source_in_graph_at_delete) << "deleted after the graph let go of it";
     EXPECT_EQ(rig.a.scene_count, 1);
 
     // Two frames are kept.
     rig.media.builder.dropped.not_dropped = 2;
     EXPECT_EQ(rig.step(tc(0, 30, 0, 0)), rig.path("kestrel 012 2.avi"));
-    EXPECT_EQ(rig.deletions().size(), 1u);
+    EXPECT_EQ(rig.deletions().size(), 2u);
 }
 
 TEST(SceneDetect, AFailingFrameCountCountsAsNoFrames) {
@@ -104,7 +118,7 @@ TEST(SceneDetect, AFailingFrameCountCountsAsNoFrames) {
     rig.begin();
     rig.media.builder.dropped.fail("get_num_not_dropped", E_FAIL);
     rig.step(tc(0, 20, 0, 0));
-    EXPECT_EQ(rig.deletions().size(), 1u);
+    EXPECT_EQ(rig.deletions().size(), 2u);
 }
 
 TEST(SceneDetect, TheTapeStoppingEndsTheCaptureAndDeletesAShortLastFileAfterDisconnecting) {
@@ -121,7 +135,8 @@ TEST(SceneDetect, TheTapeStoppingEndsTheCaptureAndDeletesAShortLastFileAfterDisc
     EXPECT_FALSE(rig.a.scene_step(tc(0, 0, 0, 5), new_file));
     EXPECT_TRUE(new_file.empty());
     EXPECT_FALSE(rig.a.inbatch);
-    EXPECT_EQ(rig.deletions(), std::vector<std::string>{rig.path("kestrel 012 2.avi")});
+    EXPECT_EQ(rig.deletions(), (std::vector<std::string>{rig.path("kestrel 012 2.avi"),
+                                                         rig.path("kestrel 012 2.log")}));
     EXPECT_TRUE(disconnected_at_delete);
     EXPECT_FALSE(rig.a.graph->source.valid());
 }

@@ -12,6 +12,9 @@
 // three VAUX blocks and 144 audio and video blocks. Byte 3 of the header block holds the
 // DSF flag in bit 7: 0 for 525-60 (NTSC), 1 for 625-50 (PAL).
 //
+// VAUX. Each of the three VAUX blocks of a sequence carries fifteen 5-byte packs after its
+// ID: the video source and control packs, and the recording date (0x62) and time (0x63).
+//
 // Subcode. Each subcode block carries six sync blocks (SSYB) of 8 bytes after its ID,
 // then 29 reserved bytes: SSYB ID0 (FR flag in bit 7: set in the first half of the
 // sequences), SSYB ID1 (sync block number in bits 3-0), one reserved byte (0xFF) and a
@@ -22,14 +25,21 @@
 //        format), so the digits are masked 0x3F, 0x7F, 0x7F, 0x3F;
 //   0x14 binary group (BG): the 32 user bits of the timecode, binary groups 1 and 2 in
 //        PC1 (group 1 in the low nibble) up to groups 7 and 8 in PC4.
+// Recorders also repeat the recording date and time packs in the subcode of the second
+// half of the sequences. Both are packed BCD with flags in the top bits:
+//   0x62 REC DATE: PC1 time zone (0xFF: none), PC2 day (0x3F), PC3 month (0x1F, the day of
+//        the week above it), PC4 two-digit year;
+//   0x63 REC TIME: PC1 frames (0xFF: none), PC2 seconds (0x7F), PC3 minutes (0x7F), PC4
+//        hours (0x3F).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 
-namespace kc::deck {
+namespace kc::dv {
 
 enum class DvSystem { ntsc_525_60, pal_625_50 };
 
@@ -100,6 +110,8 @@ constexpr std::uint8_t to_bcd(int value) {
 
 inline constexpr std::uint8_t pack_timecode = 0x13;
 inline constexpr std::uint8_t pack_binary_group = 0x14;
+inline constexpr std::uint8_t pack_rec_date = 0x62;
+inline constexpr std::uint8_t pack_rec_time = 0x63;
 inline constexpr std::uint8_t pack_no_info = 0xFF;
 
 // The timecode as a DV device reports it: one 32-bit word of four packed-BCD bytes,
@@ -126,4 +138,34 @@ std::optional<std::uint32_t> read_user_bits(std::span<const std::uint8_t> frame,
 void write_subcode(std::span<std::uint8_t> frame, DvSystem system, BcdTimecode timecode,
                    std::uint32_t user_bits, bool drop_frame);
 
-}  // namespace kc::deck
+// ---- Recording date and time --------------------------------------------------------------
+
+// When a frame was recorded, to the second, as the camcorder's clock had it.
+struct RecordingTime {
+    int year = 0;  // four digits: two-digit years below 70 are taken as 20xx
+    int month = 0;
+    int day = 0;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    friend bool operator==(const RecordingTime&, const RecordingTime&) = default;
+};
+
+// The frame's recording date and time from its first REC DATE and REC TIME packs (VAUX
+// first, then subcode); empty when either is missing, says "no information", or holds
+// digits that are no date or time.
+std::optional<RecordingTime> read_recording_time(std::span<const std::uint8_t> frame,
+                                                 DvSystem system);
+
+// Rewrites every REC DATE and REC TIME pack the frame carries, in VAUX and in subcode, to
+// `time` (no time zone, no frames); a frame that carries none gets them in its VAUX.
+void write_recording_time(std::span<std::uint8_t> frame, DvSystem system,
+                          const RecordingTime& time);
+
+// "yyyy-mm-dd hh:mm:ss".
+std::string to_text(const RecordingTime& time);
+
+// `time` moved on by `seconds`, across days, months and years.
+RecordingTime add_seconds(const RecordingTime& time, std::int64_t seconds);
+
+}  // namespace kc::dv

@@ -1,8 +1,8 @@
-#include "deck/tape_time.h"
+#include "dv/tape_time.h"
 
 #include <cstdio>
 
-namespace kc::deck {
+namespace kc::dv {
 namespace {
 
 // Drop-frame counting: a ten-minute block has 10 * 60 * 30 - 9 * 2 frames, a minute that
@@ -110,4 +110,4 @@ std::optional<TapeTime> parse_tape_time(std::string_view text, DvSystem system) 
     return t;
 }
 
-}  // namespace kc::deck
+}  // namespace kc::dv

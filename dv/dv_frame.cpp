@@ -1,9 +1,11 @@
-#include "deck/dv_frame.h"
+#include "dv/dv_frame.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 
-namespace kc::deck {
+namespace kc::dv {
 namespace {
 
 // Offsets inside a subcode block: the 3-byte block ID, then six 8-byte sync blocks.
@@ -53,6 +55,58 @@ void for_each_ssyb(std::span<Byte> frame, DvSystem system, F&& f) {
             }
         }
     }
+}
+
+// Calls f(pack) for the five bytes of every VAUX pack of every sequence, in order. Stops
+// when f returns true.
+template <typename Byte, typename F>
+void for_each_vaux_pack(std::span<Byte> frame, DvSystem system, F&& f) {
+    constexpr std::size_t first_vaux_block = 3;
+    constexpr int vaux_blocks = 3;
+    constexpr int packs_per_block = 15;
+    constexpr std::size_t pack_bytes = 5;
+    for (int seq = 0; seq < sequences_per_frame(system); ++seq) {
+        for (int v = 0; v < vaux_blocks; ++v) {
+            Byte* block = frame.data() + seq * dif_sequence_bytes +
+                          (first_vaux_block + static_cast<std::size_t>(v)) * dif_block_bytes;
+            if (section_of(block) != DifSection::vaux) {
+                continue;
+            }
+            for (int k = 0; k < packs_per_block; ++k) {
+                if (f(block + 3 + k * pack_bytes)) {
+                    return;
+                }
+            }
+        }
+    }
+}
+
+// The first pack of type `type` with information in it, VAUX first, then subcode.
+std::optional<std::array<std::uint8_t, 5>> find_pack(std::span<const std::uint8_t> frame,
+                                                     DvSystem system, std::uint8_t type) {
+    std::optional<std::array<std::uint8_t, 5>> found;
+    auto take = [&](const std::uint8_t* pc) {
+        if (pc[0] != type || (pc[2] == 0xFF && pc[3] == 0xFF && pc[4] == 0xFF)) {
+            return false;
+        }
+        found = std::array<std::uint8_t, 5>{pc[0], pc[1], pc[2], pc[3], pc[4]};
+        return true;
+    };
+    for_each_vaux_pack(frame, system, take);
+    if (!found) {
+        for_each_ssyb(frame, system,
+                      [&](const std::uint8_t* ssyb, int, int) { return take(ssyb + ssyb_pack); });
+    }
+    return found;
+}
+
+// Two BCD digits under `mask`; empty when a digit is above 9.
+std::optional<int> bcd_field(std::uint8_t byte, std::uint8_t mask) {
+    const std::uint8_t b = byte & mask;
+    if ((b & 0x0F) > 9 || (b >> 4) > 9) {
+        return std::nullopt;
+    }
+    return from_bcd(b);
 }
 
 }  // namespace
@@ -187,4 +241,95 @@ void write_subcode(std::span<std::uint8_t> frame, DvSystem system, BcdTimecode t
     });
 }
 
-}  // namespace kc::deck
+std::optional<RecordingTime> read_recording_time(std::span<const std::uint8_t> frame,
+                                                 DvSystem system) {
+    if (frame.size() < frame_bytes(system)) {
+        return std::nullopt;
+    }
+    const auto date = find_pack(frame, system, pack_rec_date);
+    const auto time = find_pack(frame, system, pack_rec_time);
+    if (!date || !time) {
+        return std::nullopt;
+    }
+    const auto day = bcd_field((*date)[2], 0x3F);
+    const auto month = bcd_field((*date)[3], 0x1F);
+    const auto year = bcd_field((*date)[4], 0xFF);
+    const auto second = bcd_field((*time)[2], 0x7F);
+    const auto minute = bcd_field((*time)[3], 0x7F);
+    const auto hour = bcd_field((*time)[4], 0x3F);
+    if (!day || !month || !year || !second || !minute || !hour || *day < 1 || *day > 31 ||
+        *month < 1 || *month > 12 || *hour > 23 || *minute > 59 || *second > 59) {
+        return std::nullopt;
+    }
+    return RecordingTime{
+        *year < 70 ? 2000 + *year : 1900 + *year, *month, *day, *hour, *minute, *second};
+}
+
+void write_recording_time(std::span<std::uint8_t> frame, DvSystem system,
+                          const RecordingTime& time) {
+    if (frame.size() < frame_bytes(system)) {
+        return;
+    }
+    // The reserved bits above each field are 1, as recorders leave them; no day of the week.
+    const std::array<std::uint8_t, 5> date{
+        pack_rec_date, 0xFF, static_cast<std::uint8_t>(0xC0 | to_bcd(time.day)),
+        static_cast<std::uint8_t>(0xE0 | to_bcd(time.month)), to_bcd(time.year % 100)};
+    const std::array<std::uint8_t, 5> clock{pack_rec_time, 0xFF,
+                                            static_cast<std::uint8_t>(0x80 | to_bcd(time.second)),
+                                            static_cast<std::uint8_t>(0x80 | to_bcd(time.minute)),
+                                            static_cast<std::uint8_t>(0xC0 | to_bcd(time.hour))};
+    bool carried = false;
+    auto put = [&](std::uint8_t* pc) {
+        if (pc[0] == pack_rec_date) {
+            std::copy(date.begin(), date.end(), pc);
+            carried = true;
+        } else if (pc[0] == pack_rec_time) {
+            std::copy(clock.begin(), clock.end(), pc);
+            carried = true;
+        }
+        return false;
+    };
+    for_each_vaux_pack(frame, system, put);
+    for_each_ssyb(frame, system,
+                  [&](std::uint8_t* ssyb, int, int) { return put(ssyb + ssyb_pack); });
+    if (carried) {
+        return;
+    }
+    // A frame that had none gets them where encoders put them: after the video source and
+    // control packs of each VAUX block, in slots that hold no information.
+    int slot = 0;
+    for_each_vaux_pack(frame, system, [&](std::uint8_t* pc) {
+        const int k = slot++ % 15;
+        if ((k == 2 || k == 3) && pc[0] == pack_no_info) {
+            const auto& pack = k == 2 ? date : clock;
+            std::copy(pack.begin(), pack.end(), pc);
+        }
+        return false;
+    });
+}
+
+std::string to_text(const RecordingTime& time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month,
+                  time.day, time.hour, time.minute, time.second);
+    return text;
+}
+
+RecordingTime add_seconds(const RecordingTime& time, std::int64_t seconds) {
+    using namespace std::chrono;
+    const sys_days day = year_month_day{year{time.year}, month{static_cast<unsigned>(time.month)},
+                                        std::chrono::day{static_cast<unsigned>(time.day)}};
+    const sys_seconds at = day + hours{time.hour} + minutes{time.minute} +
+                           std::chrono::seconds{time.second} + std::chrono::seconds{seconds};
+    const sys_days new_day = floor<days>(at);
+    const year_month_day ymd{new_day};
+    const hh_mm_ss clock{at - new_day};
+    return RecordingTime{static_cast<int>(ymd.year()),
+                         static_cast<int>(static_cast<unsigned>(ymd.month())),
+                         static_cast<int>(static_cast<unsigned>(ymd.day())),
+                         static_cast<int>(clock.hours().count()),
+                         static_cast<int>(clock.minutes().count()),
+                         static_cast<int>(clock.seconds().count())};
+}
+
+}  // namespace kc::dv

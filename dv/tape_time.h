@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "deck/dv_frame.h"
+#include "dv/dv_frame.h"
 
-namespace kc::deck {
+namespace kc::dv {
 
 struct TapeTime {
     int hours = 0;
@@ -47,4 +47,4 @@ std::string to_text(const TapeTime& t);
 // for the system.
 std::optional<TapeTime> parse_tape_time(std::string_view text, DvSystem system);
 
-}  // namespace kc::deck
+}  // namespace kc::dv
