@@ -2,7 +2,8 @@
 # Installs the dependencies, builds, and runs the whole test suite twice: a normal
 # build (warnings as errors, hardening flags) and an AddressSanitizer +
 # UndefinedBehaviorSanitizer build. Then cross-builds the Windows program and its tests
-# with mingw-w64 and runs them under Wine. Also checks formatting of the C++ sources.
+# with mingw-w64, runs them under Wine and makes the Windows package. Also checks
+# formatting of the C++ sources.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -57,4 +58,12 @@ status=0
 (cd "$windows" && xvfb-run -a -s "-screen 0 1280x1024x24" ctest -j "$jobs" --timeout 600) || status=$?
 WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -k 2>/dev/null || true
 [ "$status" -eq 0 ] || exit "$status"
+echo "== package $windows"
+cmake --build "$windows" --target windows-package
+package=$(ls "$windows"/kestrel-capture-*-windows-x64.zip)
+listing=$(cmake -E tar tf "$package")
+for part in "bin/kestrel-capture.exe" "Manual/CManualIndex.htm" "docs/screenshots/main-window.png" "README.txt"; do
+  grep -qF "Kestrel Capture/$part" <<<"$listing" || { echo "$package lacks $part"; exit 1; }
+done
+echo "$package"
 echo "== all tests passed"
