@@ -22,10 +22,12 @@
 
 namespace {
 
-// What a person sees of `window`, from the screen, as a 24-bit bottom-up BMP file.
+// What a person sees of `window`'s client area, from the screen, as a 24-bit bottom-up BMP file.
 void save_picture(HWND window, const std::string& path) {
+    // The client area: without a window manager (Xvfb) nobody draws the frame.
     RECT r{};
-    GetWindowRect(window, &r);
+    GetClientRect(window, &r);
+    MapWindowPoints(window, nullptr, reinterpret_cast<POINT*>(&r), 2);
     const int width = r.right - r.left;
     const int height = r.bottom - r.top;
     HDC screen = GetDC(nullptr);
