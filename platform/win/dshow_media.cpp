@@ -579,8 +579,9 @@ class DsObject final : public media::BaseFilter,
     std::uint32_t refs = 1;
     std::array<IUnknown*, iid_count> interfaces{};
     // The lost devices handed out by get_event, by the wrapper given in their place: the
-    // event's own parameter goes back to DirectShow with free_event_params.
-    std::unordered_map<LParam, std::pair<LONG_PTR, Unknown*>> lost_devices;
+    // event's own parameter goes back to DirectShow with free_event_params. One entry per
+    // event: a device lost and back again before the events are taken gives two.
+    std::unordered_multimap<LParam, std::pair<LONG_PTR, Unknown*>> lost_devices;
 };
 
 DsObject* ours(Unknown* object) {
@@ -695,7 +696,7 @@ HRESULT DsObject::get_event(long* code, LParam* param1, LParam* param2, long tim
         if (SUCCEEDED(identities.wrap(reinterpret_cast<IUnknown*>(p1), Iid::unknown, &device))) {
             auto* wrapper = static_cast<Unknown*>(device);
             *param1 = reinterpret_cast<LParam>(wrapper);
-            lost_devices[*param1] = {p1, wrapper};
+            lost_devices.emplace(*param1, std::make_pair(p1, wrapper));
         }
     }
     return hr;

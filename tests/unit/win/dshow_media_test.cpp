@@ -135,19 +135,30 @@ TEST_F(DshowMedia, ALostDeviceReachesTheNotifyWindowAsTheWrapperOfItsFilter) {
               S_OK);
     IUnknown* filter = kc::win::windows_object(device.get());
     ASSERT_NE(filter, nullptr);
+    const std::uint32_t refs_before = device->add_ref();
+    device->release();
+    // Lost, and back (param2 1) before the events are taken.
     ASSERT_EQ(sink_of_graph->Notify(EC_DEVICE_LOST, reinterpret_cast<LONG_PTR>(filter), 0), S_OK);
+    ASSERT_EQ(sink_of_graph->Notify(EC_DEVICE_LOST, reinterpret_cast<LONG_PTR>(filter), 1), S_OK);
     sink_of_graph->Release();
 
     MSG message{};
     ASSERT_TRUE(PeekMessageA(&message, window, graph_event, graph_event, PM_REMOVE));
     EXPECT_EQ(message.lParam, 77);
-    ASSERT_EQ(events->get_event(&code, &param1, &param2, 0), S_OK);
-    EXPECT_EQ(code, EC_DEVICE_LOST);
-    auto* lost = reinterpret_cast<Unknown*>(param1);
-    ASSERT_NE(lost, nullptr);
-    EXPECT_TRUE(same_object(lost, device.get()));
-    EXPECT_EQ(events->free_event_params(code, param1, param2), S_OK);
+    for (LParam back : {0, 1}) {
+        ASSERT_EQ(events->get_event(&code, &param1, &param2, 0), S_OK);
+        EXPECT_EQ(code, EC_DEVICE_LOST);
+        EXPECT_EQ(param2, back);
+        auto* lost = reinterpret_cast<Unknown*>(param1);
+        ASSERT_NE(lost, nullptr);
+        EXPECT_TRUE(same_object(lost, device.get()));
+    }
+    // Both events' parameters go back, whichever order they are freed in.
+    EXPECT_EQ(events->free_event_params(code, param1, 0), S_OK);
+    EXPECT_EQ(events->free_event_params(code, param1, 1), S_OK);
     EXPECT_TRUE(FAILED(events->get_event(&code, &param1, &param2, 0)));
+    EXPECT_EQ(device->add_ref(), refs_before) << "the wrapper holds no reference for an event";
+    device->release();
     DestroyWindow(window);
 }
 
