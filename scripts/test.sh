@@ -52,8 +52,10 @@ grep -E '^--   ' "$windows.configure.log" || true
 cmake --build "$windows" -j "$jobs"
 echo "== test $windows (Wine)"
 # The build ran the test programs (to list their tests) without a display; a Wine server
-# still up from then would give the dialog tests its display-less desktop.
+# still up from then would give the dialog tests its display-less desktop. -k only asks
+# it to end; -w waits until it has, so that no test reaches a server on its way out.
 WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -k 2>/dev/null || true
+WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -w 2>/dev/null || true
 status=0
 (cd "$windows" && xvfb-run -a -s "-screen 0 1280x1024x24" ctest -j "$jobs" --timeout 600) || status=$?
 WINEPREFIX="$PWD/$windows/wine-prefix" wineserver -k 2>/dev/null || true
