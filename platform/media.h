@@ -277,7 +277,8 @@ inline constexpr long ED_DEVCAP_DEVICE_TYPE = 4103;
 inline constexpr long ED_DEVTYPE_VCR = 4104;
 inline constexpr long ED_DEVTYPE_CAMERA = 4996;
 inline constexpr long ED_DEVCAP_NORMAL_RATE = 4131;
-inline constexpr long ED_RATE_30 = 4132;
+// Windows' values: the adapters there pass device answers through untranslated.
+inline constexpr long ED_RATE_30 = 4135;
 inline constexpr long ED_RATE_25 = 4133;
 inline constexpr long ED_RATE_2997 = 4134;
 inline constexpr long ED_FORMAT_SMPTE_30 = 4502;

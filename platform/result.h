@@ -3,8 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
-using HRESULT = std::int32_t;
+// A 32-bit signed code. Where long is 32 bits wide (Windows) it is long, the very type the
+// Windows headers give HRESULT, so that the platform's own declaration of the name agrees
+// with this one and both can be seen in one file; elsewhere it is a plain 32-bit int.
+using HRESULT = std::conditional_t<sizeof(long) == 4, long, std::int32_t>;
+static_assert(sizeof(HRESULT) == 4 && std::is_signed_v<HRESULT>);
 
 inline constexpr HRESULT S_OK = 0;
 inline constexpr HRESULT S_FALSE = 1;

@@ -15,6 +15,11 @@ packages=(
   libavc1394-dev libraw1394-dev libiec61883-dev
   # the program's windows, its skin art, and running it without a display
   qt6-base-dev qt6-svg-dev librsvg2-bin xvfb xauth imagemagick
+  # the Windows cross build (GCC 12 with POSIX threads, windres, mingw-w64 10 headers) and
+  # Wine to run its tests: wine64 runs 64-bit programs, wine gives the wine and wineboot
+  # commands, fonts-wine the dialog fonts
+  g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
+  wine wine64 fonts-wine
 )
 
 missing=()

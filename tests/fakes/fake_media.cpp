@@ -92,7 +92,7 @@ media::MediaType video_media_type(const media::Guid& subtype) {
 }
 
 media::MediaType audio_media_type() {
-    return {media::MEDIATYPE_Audio_guid, MEDIASUBTYPE_PCM, {}};
+    return {media::MEDIATYPE_Audio_guid, MEDIASUBTYPE_PCM_fake, {}};
 }
 
 MajorType major_of(const media::Guid& major) {

@@ -42,13 +42,13 @@ std::string name_of(media::DeviceCategory category);
 std::string name_of(media::PinCategory category);
 std::string name_of(media::MajorType type);
 
-// Media types the fake filters offer.
-inline constexpr media::Guid MEDIASUBTYPE_YUY2 = media::fourcc_subtype('Y', 'U', 'Y', '2');
+// Media types the fake filters offer; named apart from the Windows headers' GUIDs.
+inline constexpr media::Guid MEDIASUBTYPE_YUY2_fake = media::fourcc_subtype('Y', 'U', 'Y', '2');
 inline constexpr media::Guid MEDIASUBTYPE_RGB24_fake = media::fourcc_subtype('R', 'G', 'B', '3');
-inline constexpr media::Guid MEDIASUBTYPE_PCM = {
+inline constexpr media::Guid MEDIASUBTYPE_PCM_fake = {
     0x00000001, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 media::MediaType dv_media_type(bool upper_case_subtype = false);
-media::MediaType video_media_type(const media::Guid& subtype = MEDIASUBTYPE_YUY2);
+media::MediaType video_media_type(const media::Guid& subtype = MEDIASUBTYPE_YUY2_fake);
 media::MediaType audio_media_type();
 media::MajorType major_of(const media::Guid& major);
 

@@ -1,4 +1,5 @@
-// The Linux file, disk and process services on real folders.
+// The Linux file, disk and process services; what every platform must do with files and
+// disks is checked by the workflow tests (platform_system_test.cpp).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -13,40 +14,6 @@
 #include "tests/unit/posix/env_guard.h"
 #include "tests/unit/workflow/temp_dir.h"
 
-TEST(PosixSystem, FindFilesMatchesTheEndingWithoutRegardToCase) {
-    TempDir dir;
-    for (const char* name : {"a 1.avi", "B 2.AVI", "c 3.aVi", "d.avi.txt", "avi", "e.mov"}) {
-        dir.touch(name);
-    }
-    std::filesystem::create_directory(dir.file("folder.avi"));
-    PosixSystemServices system;
-    auto found = system.find_files(dir.path(), ".avi");
-    std::sort(found.begin(), found.end());
-    EXPECT_EQ(found, (std::vector<std::string>{"B 2.AVI", "a 1.avi", "c 3.aVi", "folder.avi"}));
-    EXPECT_TRUE(system.find_files(dir.file("missing"), ".avi").empty());
-}
-
-TEST(PosixSystem, PathsFilesAndDisks) {
-    TempDir dir;
-    PosixSystemServices system;
-    EXPECT_TRUE(system.path_exists(dir.path()));
-    EXPECT_FALSE(system.path_exists(dir.file("none")));
-    EXPECT_FALSE(system.path_exists(""));
-
-    dir.touch("x.avi", "data");
-    EXPECT_TRUE(system.delete_file(dir.file("x.avi")));
-    EXPECT_FALSE(system.path_exists(dir.file("x.avi")));
-    EXPECT_FALSE(system.delete_file(dir.file("x.avi")));
-
-    std::uint64_t available = 0, total = 0, total_free = 0;
-    ASSERT_TRUE(system.disk_free_space(dir.path(), available, total, total_free));
-    EXPECT_GT(total, 0u);
-    EXPECT_LE(available, total_free);
-    EXPECT_LE(total_free, total);
-    EXPECT_FALSE(system.disk_free_space(dir.file("none"), available, total, total_free));
-    EXPECT_EQ(system.folder_separator(), '/');
-}
-
 TEST(PosixSystem, SystemTextDescribesErrnoFailuresOnly) {
     PosixSystemServices system;
     std::string text;
@@ -58,9 +25,10 @@ TEST(PosixSystem, SystemTextDescribesErrnoFailuresOnly) {
     EXPECT_EQ(text, "untouched");
 }
 
-TEST(PosixSystem, ModuleFileNameIsThisProgram) {
+TEST(PosixSystem, ModuleFileNameIsThisProgramAndFoldersJoinWithASlash) {
     PosixSystemServices system;
     EXPECT_EQ(std::filesystem::path(system.module_file_name()).filename(), "posix_test");
+    EXPECT_EQ(system.folder_separator(), '/');
 }
 
 TEST(PosixSystem, DefaultOutputDirectoryPrefersTheXdgVideosFolder) {

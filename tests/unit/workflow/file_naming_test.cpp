@@ -3,23 +3,27 @@
 
 #include <filesystem>
 
-#include "platform/posix/posix_system.h"
 #include "tests/unit/app/app_rig.h"
+#include "tests/unit/workflow/platform_system.h"
 #include "tests/unit/workflow/temp_dir.h"
 
 namespace {
 // A CapApp over the real file system services, writing into a temporary folder.
 struct NamingRig {
     FakeDialogHost host;
-    PosixSystemServices system;
+    std::unique_ptr<SystemServices> system = make_platform_system();
     FakeSettingsStore store;
     FakeMediaFactory media;
-    CapPlatform platform{host, system, store, media};
+    CapPlatform platform{host, *system, store, media};
     ScopedInstance scoped{platform};
     TempDir dir;
     CapApp capapp{platform};
 
     NamingRig() { capapp.output_directory = dir.path(); }
+    // `folder` joined with `name` by the platform's separator.
+    std::string joined(const std::string& folder, const std::string& name) {
+        return folder + system->folder_separator() + name;
+    }
     std::string next() {
         std::string out;
         capapp.next_file_name(out);
@@ -64,16 +68,16 @@ TEST(FileNaming, TheNumberFollowsTheHighestNumberOfAnyAviFile) {
 TEST(FileNaming, FolderAndNameAreJoinedWithThePlatformSeparator) {
     NamingRig rig;
     rig.capapp.scene_name = "wedding";
-    EXPECT_EQ(rig.next(), rig.dir.path() + "/wedding 000.avi");
+    EXPECT_EQ(rig.next(), rig.joined(rig.dir.path(), "wedding 000.avi"));
     // A folder already ending in the separator gives a doubled one, which is accepted.
-    rig.capapp.output_directory = rig.dir.path() + "/";
-    EXPECT_EQ(rig.next(), rig.dir.path() + "//wedding 000.avi");
+    rig.capapp.output_directory = rig.joined(rig.dir.path(), "");
+    EXPECT_EQ(rig.next(), rig.joined(rig.joined(rig.dir.path(), ""), "wedding 000.avi"));
 }
 
 TEST(FileNaming, AMissingFolderCountsAsEmptyAndNothingIsCreated) {
     NamingRig rig;
     rig.capapp.output_directory = rig.dir.file("gone");
-    EXPECT_EQ(rig.next(), rig.dir.file("gone") + "/kestrel 000.avi");
+    EXPECT_EQ(rig.next(), rig.joined(rig.dir.file("gone"), "kestrel 000.avi"));
     EXPECT_FALSE(std::filesystem::exists(rig.dir.file("gone")));
 }
 
@@ -81,7 +85,7 @@ TEST(FileNaming, TwoCapturesInARowGetConsecutiveNumbers) {
     NamingRig rig;
     rig.dir.touch("kestrel 003.avi");
     const std::string first = rig.next();
-    EXPECT_EQ(first, rig.dir.file("kestrel 004.avi"));
+    EXPECT_EQ(first, rig.joined(rig.dir.path(), "kestrel 004.avi"));
     std::ofstream(first) << "RIFF";  // the first file exists once its capture started
     EXPECT_EQ(rig.next_name(), "kestrel 005.avi");
 }

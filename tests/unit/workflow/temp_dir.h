@@ -3,20 +3,31 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
+#include <system_error>
 
 class TempDir {
   public:
     TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kc_test_XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
+        // create_directory fails when the name is taken, so a name that another test (or
+        // process) made first is never shared; a new one is drawn instead.
+        std::random_device seed;
+        std::mt19937_64 draw(seed());
+        const std::filesystem::path base = std::filesystem::temp_directory_path();
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+            const auto candidate = base / ("kc_test_" + std::to_string(draw() % 1000000000u));
+            std::error_code error;
+            if (std::filesystem::create_directory(candidate, error)) {
+                path_ = candidate.string();
+            }
+        }
+        if (path_.empty()) {
             ADD_FAILURE() << "no temporary folder";
         }
-        path_ = pattern;
     }
     ~TempDir() {
         std::error_code ignored;

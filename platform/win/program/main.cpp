@@ -1,0 +1,21 @@
+// The program on Windows: the Win32 dialog host, the Windows services, the registry and
+// DirectShow put together, then the entry sequence.
+#include <memory>
+
+#include "app/entry.h"
+// The Windows headers come last (platform/win/win32.h says why).
+#include "platform/win/dshow_media.h"
+#include "platform/win/win_dialog_host.h"
+#include "platform/win/win_settings_store.h"
+#include "platform/win/win_system.h"
+
+int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
+    // Everything the exit handler touches must outlive WinMain's return: statics, built
+    // before cap_main registers the handler, are destroyed only after it has run.
+    static WinDialogHost host(instance);
+    static WinSystemServices system;
+    static WinSettingsStore settings(HKEY_CURRENT_USER);
+    static std::unique_ptr<media::MediaFactory> media = kc::win::make_media_factory();
+    static CapPlatform platform{host, system, settings, *media};
+    return cap_main(platform, process_runtime());
+}
