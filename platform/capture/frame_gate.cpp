@@ -148,10 +148,23 @@ void FrameGate::begin_file() {
         }
         carry_->clear();
     }
-    // Taken and judged by the previous file's gate: they only need writing.
-    for (const PendingFrame& pending : carried) {
-        write(pending);
+    // Taken and judged by the previous file's gate: they only need writing. A flagged
+    // start is held while its flag lasts: the capture's next look at the tape may still
+    // find the flag and split again there, and then the whole run belongs to the next file.
+    opening_run_ = !carried.empty() && carried.front().frame.facts.user_flag;
+    for (PendingFrame& pending : carried) {
+        if (opening_run_) {
+            held_.push_back(std::move(pending));
+        } else {
+            write(pending);
+        }
     }
+    note_held();
+}
+
+void FrameGate::note_held() {
+    std::lock_guard counting(counters_lock_);
+    held_count_ = static_cast<std::int64_t>(held_.size());
 }
 
 void FrameGate::frame(Frame frame) {
@@ -183,17 +196,25 @@ void FrameGate::frame(Frame frame) {
         }
         at_break = false;
     }
-    if (!split_asked_ && !holding_) {
+    if (opening_run_ && !split_asked_ && !at_break && !pending.frame.facts.user_flag) {
+        // The flagged start is over and no split came for it: it opens this file.
+        opening_run_ = false;
+        write_held();
+    }
+    if (!split_asked_ && !holding_ && !opening_run_) {
         if (at_break) {
             hold_break(std::move(pending));
         } else {
             write(pending);
         }
+        note_held();
         return;
     }
     // Frames before the latest break stay in this file.
     if (at_break) {
+        opening_run_ = false;
         hold_break(std::move(pending));
+        note_held();
         return;
     }
     held_.push_back(std::move(pending));
@@ -201,9 +222,11 @@ void FrameGate::frame(Frame frame) {
     if ((!split_asked_ && held > frames_in(options_.hold_seconds)) ||
         held > frames_in(split_give_up_seconds)) {
         // No split came for this break: it is a break within the file.
+        opening_run_ = false;
         write_held();
         split_asked_ = false;
     }
+    note_held();
 }
 
 void FrameGate::split() {
@@ -228,8 +251,10 @@ void FrameGate::end() {
         }
         begin_file();
     }
+    opening_run_ = false;
     if (!split_asked_ || !carry_) {
         write_held();
+        note_held();
         return;
     }
     if (log_ != nullptr) {
@@ -247,6 +272,7 @@ void FrameGate::end() {
     carry_->pending = true;
     held_.clear();
     holding_ = false;
+    note_held();
 }
 
 void FrameGate::finish_log() {
@@ -258,7 +284,13 @@ void FrameGate::finish_log() {
 
 GateCounters FrameGate::counters() {
     std::lock_guard counting(counters_lock_);
-    return counters_;
+    GateCounters counters = counters_;
+    // Frames held back go into this file unless it splits: while they wait, the file is
+    // not too short to keep.
+    if (!split_asked_) {
+        counters.written += held_count_;
+    }
+    return counters;
 }
 
 }  // namespace kc::capture

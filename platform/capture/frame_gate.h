@@ -135,6 +135,8 @@ class FrameGate {
     void hold_break(PendingFrame frame);
     void write_held();
     void begin_file();
+    // Tells counters() how many frames are held; call after held_ changes.
+    void note_held();
     std::int64_t frames_in(double seconds) const;
 
     const GateOptions options_;
@@ -155,6 +157,9 @@ class FrameGate {
     // Frames held back: from a recording break (holding_), or everything after a split
     // that no break has followed yet.
     bool holding_ = false;
+    // This file opens with a flagged start handed over by the previous one, held while the
+    // flag lasts.
+    bool opening_run_ = false;
     std::deque<PendingFrame> held_;
     std::optional<FrameFacts> previous_;
     std::optional<FrameFacts> last_written_;
@@ -162,6 +167,7 @@ class FrameGate {
     // Updated by the streaming thread, read by the user-interface thread.
     std::mutex counters_lock_;
     GateCounters counters_;
+    std::int64_t held_count_ = 0;
 };
 
 }  // namespace kc::capture
