@@ -33,7 +33,37 @@ constexpr char native_proc_prop[] = "KcNativeProc";
 struct DialogStart {
     DialogProc proc;
     LParam param;
+    const DialogTemplate* dialog;
 };
+
+// The templates were laid out, and the main window's skin drawn, for "MS Sans Serif" at 8
+// points: 6 pixels of average width and 600 / 370 * 8 of height per base unit. Where that
+// font is missing (Wine), its stand-in has other metrics and the controls would no longer
+// sit on the skin's pictures, so they are placed with the font's own metrics, as the
+// dialog manager would place them on a system that has it.
+void place_controls(HWND hwnd, const DialogTemplate& dialog) {
+    if ((dialog.font != "MS Sans Serif" && dialog.font != "MS Shell Dlg") ||
+        dialog.font_points != 8) {
+        return;
+    }
+    const auto x = template_x;
+    const auto y = template_y;
+    // The dialog manager makes the controls in template order, each after the last.
+    HWND child = GetWindow(hwnd, GW_CHILD);
+    for (const ControlTemplate& control : dialog.controls) {
+        if (child == nullptr) {
+            break;
+        }
+        SetWindowPos(child, nullptr, x(control.x), y(control.y), x(control.cx), y(control.cy),
+                     SWP_NOZORDER | SWP_NOACTIVATE);
+        child = GetWindow(child, GW_HWNDNEXT);
+    }
+    RECT r{0, 0, x(dialog.cx), y(dialog.cy)};
+    AdjustWindowRectEx(&r, static_cast<DWORD>(GetWindowLongA(hwnd, GWL_STYLE)), FALSE,
+                       static_cast<DWORD>(GetWindowLongA(hwnd, GWL_EXSTYLE)));
+    SetWindowPos(hwnd, nullptr, 0, 0, r.right - r.left, r.bottom - r.top,
+                 SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
 
 // While the project's procedure handles a message whose record was translated, the
 // Win32 record it stands for; a procedure that passes the message on to a window's own
@@ -87,6 +117,7 @@ INT_PTR CALLBACK dialog_trampoline(HWND hwnd, UINT message, WPARAM wparam, LPARA
     if (message == WM_INITDIALOG) {
         auto* start = reinterpret_cast<DialogStart*>(lparam);
         SetPropA(hwnd, dialog_start_prop, start);
+        place_controls(hwnd, *start->dialog);
         return start->proc(handle_of(hwnd), message, wparam, start->param);
     }
     // Messages before WM_INITDIALOG (WM_SETFONT, ...) have no procedure to go to yet.
@@ -155,7 +186,7 @@ LResult WinDialogHost::dialog_box(int template_id, WindowHandle parent, DialogPr
     // The format wants the header on a DWORD boundary; the vector's storage, from
     // operator new, is aligned for any type.
     const std::vector<WORD> bytes = build_dialog_template(*dialog);
-    DialogStart start{proc, param};
+    DialogStart start{proc, param, dialog};
     return DialogBoxIndirectParamA(module, reinterpret_cast<LPCDLGTEMPLATEA>(bytes.data()),
                                    hwnd_of(parent), dialog_trampoline,
                                    reinterpret_cast<LPARAM>(&start));

@@ -1,6 +1,7 @@
 #include "platform/win/win_dialog_template.h"
 
 #include <charconv>
+#include <cmath>
 #include <string_view>
 
 namespace {
@@ -124,4 +125,12 @@ std::vector<WORD> build_dialog_template(const DialogTemplate& dialog) {
         out.word(0);  // no creation data
     }
     return out.words;
+}
+
+int template_x(int units) {
+    return static_cast<int>(std::lround(units * 6.0 / 4.0));
+}
+
+int template_y(int units) {
+    return static_cast<int>(std::lround(units * (600.0 * 8.0 / 370.0) / 8.0));
 }

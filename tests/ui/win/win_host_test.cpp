@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/win/win_dialog_template.h"
 #include "resources/skin_tables.h"
 #include "tests/ui/win/win_host_rig.h"
 
@@ -55,9 +56,9 @@ void check_control(WinDialogHost& host, HWND dialog, HWND window, const ControlT
                   reinterpret_cast<WindowHandle>(window));
     }
 
-    // The dialog manager converts the position and the size, each on its own.
-    RECT expected{c.x, c.y, c.cx, c.cy};
-    MapDialogRect(dialog, &expected);
+    // Position and size are converted each on its own, with the metrics the templates
+    // were made for (the dialog manager's, where their font is installed).
+    const RECT expected{template_x(c.x), template_y(c.y), template_x(c.cx), template_y(c.cy)};
     const RECT actual = rect_in(dialog, window);
     EXPECT_EQ(actual.left, expected.left);
     EXPECT_EQ(actual.top, expected.top);
