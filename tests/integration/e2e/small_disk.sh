@@ -12,7 +12,11 @@ if [ "${KC_IN_SMALL_DISK:-}" = "" ]; then
   exec env KC_IN_SMALL_DISK=1 unshare -rm sh "$0" "$@"
 fi
 disk=$(mktemp -d)
-mount -t tmpfs -o size=12m tmpfs "$disk"
+if ! mount -t tmpfs -o size=12m tmpfs "$disk"; then
+  rmdir "$disk"
+  echo "no small file system can be mounted here; skipped" >&2
+  exit 77
+fi
 status=0
 KC_SMALL_DISK=$disk "$test_binary" \
   --gtest_filter='EndToEnd.ARecordingThatFillsTheDisk*:SceneTape.ASceneCaptureThatFillsTheDisk*' --gtest_also_run_disabled_tests \
