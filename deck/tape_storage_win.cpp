@@ -27,53 +27,6 @@ std::error_code last_error() {
     }
 }
 
-class MappedStorage final : public TapeImage::Storage {
-  public:
-    MappedStorage(const std::uint8_t* data, std::uint64_t size) : data_(data), size_(size) {}
-    ~MappedStorage() override { UnmapViewOfFile(data_); }
-    std::uint64_t size() const override { return size_; }
-    std::span<const std::uint8_t> bytes(std::uint64_t offset, std::size_t length,
-                                        std::vector<std::uint8_t>&) const override {
-        return {data_ + offset, length};
-    }
-
-  private:
-    const std::uint8_t* data_;
-    std::uint64_t size_;
-};
-
-class StreamedStorage final : public TapeImage::Storage {
-  public:
-    StreamedStorage(HANDLE file, std::uint64_t size) : file_(file), size_(size) {}
-    ~StreamedStorage() override { CloseHandle(file_); }
-    std::uint64_t size() const override { return size_; }
-    bool in_memory() const override { return false; }
-    std::span<const std::uint8_t> bytes(std::uint64_t offset, std::size_t length,
-                                        std::vector<std::uint8_t>& scratch) const override {
-        scratch.resize(length);
-        std::size_t done = 0;
-        while (done < length) {
-            // A positioned read: the offset travels with the call, so readers on several
-            // threads never share a file position.
-            OVERLAPPED at{};
-            const std::uint64_t from = offset + done;
-            at.Offset = static_cast<DWORD>(from & 0xFFFFFFFFu);
-            at.OffsetHigh = static_cast<DWORD>(from >> 32);
-            const DWORD want = static_cast<DWORD>(std::min<std::size_t>(length - done, 1u << 30));
-            DWORD got = 0;
-            if (!ReadFile(file_, scratch.data() + done, want, &got, &at) || got == 0) {
-                return {};
-            }
-            done += got;
-        }
-        return scratch;
-    }
-
-  private:
-    HANDLE file_;
-    std::uint64_t size_;
-};
-
 }  // namespace
 
 std::unique_ptr<TapeImage::Storage> open_file_storage(const std::filesystem::path& path,
@@ -111,9 +64,20 @@ std::unique_ptr<TapeImage::Storage> open_file_storage(const std::filesystem::pat
         if (data == nullptr) {
             return nullptr;
         }
-        return std::make_unique<MappedStorage>(static_cast<const std::uint8_t*>(data), size);
+        return std::make_unique<MappedStorage>(static_cast<const std::uint8_t*>(data), size,
+                                               [data] { UnmapViewOfFile(data); });
     }
-    return std::make_unique<StreamedStorage>(file, size);
+    return std::make_unique<StreamedStorage>(
+        size,
+        [file](std::uint64_t offset, std::uint8_t* to, std::size_t length) -> std::size_t {
+            OVERLAPPED at{};
+            at.Offset = static_cast<DWORD>(offset & 0xFFFFFFFFu);
+            at.OffsetHigh = static_cast<DWORD>(offset >> 32);
+            const DWORD want = static_cast<DWORD>(std::min<std::size_t>(length, 1u << 30));
+            DWORD got = 0;
+            return ReadFile(file, to, want, &got, &at) ? got : 0;
+        },
+        [file] { CloseHandle(file); });
 }
 
 }  // namespace kc::deck
