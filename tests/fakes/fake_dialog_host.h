@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "app/errors.h"
 #include "platform/dialog_host.h"
 
 class FakeDialogHost : public DialogHost {
@@ -198,3 +199,15 @@ class FakeDialogHost : public DialogHost {
     std::deque<Posted> posted;
     std::map<int, std::deque<Script>> scripts;
 };
+
+// Texts of the message and error dialogs shown so far, in order.
+inline std::vector<std::string> shown_messages(const FakeDialogHost& host) {
+    const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
+    std::vector<std::string> out;
+    for (const std::string& c : host.calls) {
+        if (c.rfind(prefix, 0) == 0) {
+            out.push_back(c.substr(prefix.size(), c.size() - prefix.size() - 1));
+        }
+    }
+    return out;
+}

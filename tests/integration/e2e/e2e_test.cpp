@@ -286,16 +286,7 @@ class EndToEnd : public ::testing::Test {
     }
 
     // The texts of the message and error dialogs shown so far.
-    std::vector<std::string> shown_messages() const {
-        const std::string prefix = "set_dlg_item_text(" + std::to_string(IDC_ERROR_MESSAGE) + ",";
-        std::vector<std::string> shown;
-        for (const std::string& call : host.calls) {
-            if (call.rfind(prefix, 0) == 0) {
-                shown.push_back(call.substr(prefix.size(), call.size() - prefix.size() - 1));
-            }
-        }
-        return shown;
-    }
+    std::vector<std::string> shown_messages() const { return ::shown_messages(host); }
 
     // The capture files written (their logs lie beside them).
     std::vector<fs::path> files() { return files_in(dir.path()); }
