@@ -87,6 +87,7 @@ void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
     laced_at_ms_.reset();
     // Picture needs the tape on the drum; winding runs it in the cassette.
     if (motion.picture) {
+        played_out_.reset();
         threaded_ = true;
     } else if (motion.direction != 0) {
         threaded_ = false;
@@ -109,6 +110,15 @@ void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
 }
 
 void VirtualVcr::arrive(std::int64_t position_mf, std::int64_t t_ms) {
+    if (!seek_target_mf_ && motion_.picture && !fetch_driven()) {
+        // The last frames played before the end went out before the transport stopped:
+        // the latest stays there to be taken, as a frame on the bus stays in the
+        // receiver's buffer, so that a reader running late does not lose the tape's end.
+        if (const auto tick = claim_due_tick(t_ms - 1)) {  // due before the stop
+            const std::int64_t due = tick_time(*tick);
+            played_out_ = PlayedOut{position_at(due) / 1000, due, mode_};
+        }
+    }
     motion_ = Motion{};
     pos0_mf_ = position_mf;
     t0_ms_ = t_ms;
@@ -335,21 +345,42 @@ std::int64_t VirtualVcr::tick_time(std::int64_t k) const {
     return t0_ms_ + ceil_div(k * 1000 * rate_.den, rate_.num);
 }
 
+std::optional<std::int64_t> VirtualVcr::claim_due_tick(std::int64_t until_ms) {
+    // Ticks 0..last have fallen due; any before the last that were not taken are lost.
+    const std::int64_t last = (until_ms - t0_ms_) * rate_.num / (1000 * rate_.den);
+    if (next_tick_ > last) {
+        return std::nullopt;
+    }
+    if (streaming_) {
+        counters_.dropped += last - next_tick_;
+        dropped_since_taken_ += last - next_tick_;
+        due_seen_ += last - next_tick_;
+    }
+    next_tick_ = last + 1;
+    return last;
+}
+
 VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_due_ms) {
     const std::int64_t now = clock_.now_ms();
     advance(now);
     if (faults_.device_lost) {
         return Fetch::device_lost;
     }
-    if (!motion_.picture) {
-        if (laced_at_ms_ && next_due_ms != nullptr) {
-            *next_due_ms = *laced_at_ms_;  // the first frame comes as the tape starts
-        }
-        return Fetch::no_picture;
-    }
     std::int64_t frame = 0;
     std::int64_t due = now;
-    if (fetch_driven()) {
+    TransportMode mode = mode_;
+    if (!motion_.picture) {
+        if (!played_out_) {
+            if (laced_at_ms_ && next_due_ms != nullptr) {
+                *next_due_ms = *laced_at_ms_;  // the first frame comes as the tape starts
+            }
+            return Fetch::no_picture;
+        }
+        frame = played_out_->frame;
+        due = played_out_->due_ms;
+        mode = played_out_->mode;
+        played_out_.reset();
+    } else if (fetch_driven()) {
         frame = position_at(now) / 1000;
         if (frame >= tape_->frame_count()) {
             return Fetch::no_picture;
@@ -358,21 +389,14 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         // The move past the frame just taken may reach an end of the tape.
         advance(now);
     } else {
-        // Ticks 0..last have fallen due; any before the last that were not taken are lost.
-        const std::int64_t last = (now - t0_ms_) * rate_.num / (1000 * rate_.den);
-        if (next_tick_ > last) {
+        const auto last = claim_due_tick(now);
+        if (!last) {
             if (next_due_ms != nullptr) {
                 *next_due_ms = tick_time(next_tick_);
             }
             return Fetch::not_due;
         }
-        if (streaming_) {
-            counters_.dropped += last - next_tick_;
-            dropped_since_taken_ += last - next_tick_;
-            due_seen_ += last - next_tick_;
-        }
-        next_tick_ = last + 1;
-        due = tick_time(last);
+        due = tick_time(*last);
         frame = position_at(due) / 1000;
         if (frame >= tape_->frame_count()) {
             return Fetch::no_picture;
@@ -391,7 +415,7 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
         return Fetch::not_due;
     }
     ++counters_.delivered;
-    info = FetchedFrame{frame, due, mode_, dropped_since_taken_};
+    info = FetchedFrame{frame, due, mode, dropped_since_taken_};
     dropped_since_taken_ = 0;
     return Fetch::frame;
 }
@@ -494,6 +518,7 @@ void VirtualVcr::start_stream() {
     counters_ = FrameCounters{};
     dropped_since_taken_ = 0;
     // Frames that fell due before the stream began were never missed by it.
+    played_out_.reset();
     if (motion_.picture && !fetch_driven()) {
         next_tick_ = std::max(next_tick_, (now - t0_ms_) * rate_.num / (1000 * rate_.den));
     }

@@ -224,6 +224,9 @@ class VirtualVcr {
     void begin(TransportMode mode, Motion motion, std::int64_t now_ms);
     void arrive(std::int64_t position_mf, std::int64_t t_ms);
     std::int64_t tick_time(std::int64_t k) const;
+    // Paced: the latest tick due by `until_ms` that was not yet taken, now taken; those
+    // before it are lost. None when no new tick is due.
+    std::optional<std::int64_t> claim_due_tick(std::int64_t until_ms);
     Fetch take_due(FetchedFrame& info, std::int64_t* next_due_ms);
     FetchStatus copy_frame(const FetchedFrame& info, std::vector<std::uint8_t>& out);
     // A frame taken that cannot be read (damaged, or the file failed): it never reaches
@@ -259,6 +262,13 @@ class VirtualVcr {
     // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
     // not yet taken or lost.
     std::int64_t next_tick_ = 0;
+    // The frame that fell due last before play ran into the tape's end, not yet taken.
+    struct PlayedOut {
+        std::int64_t frame = 0;
+        std::int64_t due_ms = 0;
+        TransportMode mode = TransportMode::play;
+    };
+    std::optional<PlayedOut> played_out_;
 
     VcrFaults faults_;
     int drop_next_ = 0;

@@ -195,6 +195,9 @@ void FrameGate::frame(Frame frame) {
             log_->recording_break(*pending.before, pending.frame.facts, BreakOutcome::begins);
         }
         at_break = false;
+        // A flagged start may be seen by the capture's next look too, and split at again:
+        // held while the flag lasts, as when it is handed over.
+        opening_run_ = pending.frame.facts.user_flag;
     }
     if (opening_run_ && !split_asked_ && !at_break && !pending.frame.facts.user_flag) {
         // The flagged start is over and no split came for it: it opens this file.

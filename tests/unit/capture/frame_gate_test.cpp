@@ -205,6 +205,25 @@ TEST(FrameGate, ASplitTakesTheLatestBreakOrElseWhereItWasAsked) {
         EXPECT_EQ(next.written, (std::vector<int>{5, 6}));
         EXPECT_TRUE(next.logged("timecode jumps forward 4996 frames, the file begins here"));
     }
+    {
+        // So too with a flagged start, which the next look may find and split at again.
+        auto carry = std::make_shared<Carry>();
+        File file(carry);
+        file.feed_run(0, 4, 0, 0);
+        file.gate.split();
+        file.gate.end();
+        File next(carry);
+        next.feed(5, 5, /*flag=*/true);
+        next.feed(6, 6, true);
+        next.gate.split();
+        next.gate.end();
+        EXPECT_TRUE(next.written.empty()) << "the flagged start goes on whole";
+        EXPECT_EQ(next.gate.counters().written, 0) << "a file deleted as too short";
+        File last(carry);
+        last.feed(7, 7);
+        last.gate.end();
+        EXPECT_EQ(last.written, (std::vector<int>{5, 6, 7}));
+    }
 }
 
 // A break the capture does not split at stays in the file: at the end of the stream, or

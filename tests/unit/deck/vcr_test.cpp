@@ -45,13 +45,17 @@ TEST(Vcr, PlayMovesAtTheFrameRateAndStopsOnTheTapesLastFrame) {
     bool playing = false;
     ASSERT_EQ(deck.vcr.get_playing(playing), S_OK);
     EXPECT_TRUE(playing);
-    deck.clock.advance_ms(299 * 40 - 1000);
+    deck.clock.advance_ms(298 * 40 - 1000);
     std::vector<std::uint8_t> out;
     FetchedFrame info;
     ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame);
-    EXPECT_EQ(info.tape_frame, 299) << "the last frame is played";
-    deck.clock.advance_ms(40);
-    EXPECT_EQ(deck.mode(), stop) << "one frame period later the tape stops";
+    EXPECT_EQ(info.tape_frame, 298);
+    deck.clock.advance_ms(80);
+    EXPECT_EQ(deck.mode(), stop) << "a frame period after the last frame the tape stops";
+    ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame)
+        << "a reader running late still gets the last frame played";
+    EXPECT_EQ(info.tape_frame, 299);
+    EXPECT_EQ(info.dropped_before, 0);
     ASSERT_EQ(deck.vcr.get_playing(playing), S_OK);
     EXPECT_FALSE(playing);
     EXPECT_EQ(deck.frame(), 299);
