@@ -1,5 +1,6 @@
 #include "platform/win/win_dialog_host.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/win/win_dialog_template.h"
@@ -34,6 +35,7 @@ struct DialogStart {
     DialogProc proc;
     LParam param;
     const DialogTemplate* dialog;
+    WinDialogHost* host;
 };
 
 // The templates were laid out, and the main window's skin drawn, for "MS Sans Serif" at 8
@@ -118,7 +120,9 @@ INT_PTR CALLBACK dialog_trampoline(HWND hwnd, UINT message, WPARAM wparam, LPARA
         auto* start = reinterpret_cast<DialogStart*>(lparam);
         SetPropA(hwnd, dialog_start_prop, start);
         place_controls(hwnd, *start->dialog);
-        return start->proc(handle_of(hwnd), message, wparam, start->param);
+        const INT_PTR result = start->proc(handle_of(hwnd), message, wparam, start->param);
+        start->host->dialog_started(hwnd, start->dialog->id);
+        return result;
     }
     // Messages before WM_INITDIALOG (WM_SETFONT, ...) have no procedure to go to yet.
     auto* start = static_cast<DialogStart*>(GetPropA(hwnd, dialog_start_prop));
@@ -186,10 +190,24 @@ LResult WinDialogHost::dialog_box(int template_id, WindowHandle parent, DialogPr
     // The format wants the header on a DWORD boundary; the vector's storage, from
     // operator new, is aligned for any type.
     const std::vector<WORD> bytes = build_dialog_template(*dialog);
-    DialogStart start{proc, param, dialog};
-    return DialogBoxIndirectParamA(module, reinterpret_cast<LPCDLGTEMPLATEA>(bytes.data()),
-                                   hwnd_of(parent), dialog_trampoline,
-                                   reinterpret_cast<LPARAM>(&start));
+    DialogStart start{proc, param, dialog, this};
+    const std::size_t depth = running.size();
+    const LResult result = DialogBoxIndirectParamA(
+        module, reinterpret_cast<LPCDLGTEMPLATEA>(bytes.data()), hwnd_of(parent), dialog_trampoline,
+        reinterpret_cast<LPARAM>(&start));
+    running.resize(std::min(running.size(), depth));
+    return result;
+}
+
+void WinDialogHost::dialog_started(HWND dialog, int template_id) {
+    running.push_back(handle_of(dialog));
+    if (shown_hook) {
+        shown_hook(handle_of(dialog), template_id);
+    }
+}
+
+WindowHandle WinDialogHost::top_dialog() const {
+    return running.empty() ? nullptr : running.back();
 }
 
 void WinDialogHost::end_dialog(WindowHandle dialog, LResult code) {

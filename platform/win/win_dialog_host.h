@@ -11,6 +11,9 @@
 // All operations run on the user-interface thread, except post_message.
 #pragma once
 
+#include <functional>
+#include <vector>
+
 #include "platform/win/win32.h"
 
 class WinDialogHost : public DialogHost {
@@ -18,6 +21,18 @@ class WinDialogHost : public DialogHost {
     // `module` holds the dialogs' bitmaps and the icon (the program itself). Registers the
     // common controls the templates use.
     explicit WinDialogHost(HINSTANCE module = GetModuleHandleA(nullptr));
+
+    // --- Beyond the platform interface: for the program's self-test ------------------
+    // The dialog most recently opened that is still running (the innermost modal one),
+    // or null.
+    WindowHandle top_dialog() const;
+    // Called on the user-interface thread each time a dialog has been created and
+    // initialised, before its modal loop starts.
+    void set_dialog_shown_hook(std::function<void(WindowHandle dialog, int template_id)> hook) {
+        shown_hook = std::move(hook);
+    }
+    // The dialog procedure's report that a dialog has been initialised.
+    void dialog_started(HWND dialog, int template_id);
 
     LResult dialog_box(int template_id, WindowHandle parent, DialogProc proc,
                        LParam param) override;
@@ -91,4 +106,6 @@ class WinDialogHost : public DialogHost {
 
   private:
     HINSTANCE module;
+    std::vector<WindowHandle> running;
+    std::function<void(WindowHandle, int)> shown_hook;
 };

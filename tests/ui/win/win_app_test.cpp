@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -19,46 +18,9 @@
 #include "ui/capmain.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/win_dialog_host.h"
+#include "platform/win/win_picture.h"
 
 namespace {
-
-// What a person sees of `window`'s client area, from the screen, as a 24-bit bottom-up BMP file.
-void save_picture(HWND window, const std::string& path) {
-    // The client area: without a window manager (Xvfb) nobody draws the frame.
-    RECT r{};
-    GetClientRect(window, &r);
-    MapWindowPoints(window, nullptr, reinterpret_cast<POINT*>(&r), 2);
-    const int width = r.right - r.left;
-    const int height = r.bottom - r.top;
-    HDC screen = GetDC(nullptr);
-    HDC memory = CreateCompatibleDC(screen);
-    HBITMAP picture = CreateCompatibleBitmap(screen, width, height);
-    HGDIOBJ old = SelectObject(memory, picture);
-    BitBlt(memory, 0, 0, width, height, screen, r.left, r.top, SRCCOPY);
-    SelectObject(memory, old);
-    BITMAPINFOHEADER info{};
-    info.biSize = sizeof info;
-    info.biWidth = width;
-    info.biHeight = height;
-    info.biPlanes = 1;
-    info.biBitCount = 24;
-    info.biCompression = BI_RGB;
-    const DWORD row = (static_cast<DWORD>(width) * 3 + 3) & ~3u;
-    std::vector<char> pixels(row * static_cast<DWORD>(height));
-    GetDIBits(memory, picture, 0, static_cast<UINT>(height), pixels.data(),
-              reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS);
-    BITMAPFILEHEADER file{};
-    file.bfType = 0x4D42;  // "BM"
-    file.bfOffBits = sizeof file + sizeof info;
-    file.bfSize = file.bfOffBits + static_cast<DWORD>(pixels.size());
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(&file), sizeof file);
-    out.write(reinterpret_cast<const char*>(&info), sizeof info);
-    out.write(pixels.data(), static_cast<std::streamsize>(pixels.size()));
-    DeleteObject(picture);
-    DeleteDC(memory);
-    ReleaseDC(nullptr, screen);
-}
 
 // One window of the tour: the control that tells it is up, what to call its picture,
 // and what a person then does in it.
@@ -108,7 +70,8 @@ void CALLBACK tour_tick(HWND, UINT, UINT_PTR, DWORD) {
     ++tour->next;
     tour->seen = nullptr;
     if (!tour->picture_dir.empty()) {
-        save_picture(found.window, tour->picture_dir + "\\" + step.picture + ".bmp");
+        kc::win::save_window_picture(found.window,
+                                     tour->picture_dir + "\\" + step.picture + ".bmp");
     }
     step.act(found.window);
 }
