@@ -83,8 +83,25 @@ void VirtualVcr::advance(std::int64_t now_ms) {
     }
 }
 
+void VirtualVcr::keep_played_out(std::int64_t until_ms) {
+    if (!motion_.picture || fetch_driven()) {
+        return;
+    }
+    // The frames played before the picture stopped went out before it did: the latest
+    // stays there to be taken, as a frame sent on the bus stays in the receiver's buffer,
+    // so that a reader running late does not lose the last frames before a stop or the
+    // tape's end.
+    if (const auto tick = claim_due_tick(until_ms)) {
+        const std::int64_t due = tick_time(*tick);
+        played_out_ = PlayedOut{position_at(due) / 1000, due, mode_};
+    }
+}
+
 void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
     laced_at_ms_.reset();
+    if (!motion.picture) {
+        keep_played_out(now_ms);
+    }
     // Picture needs the tape on the drum; winding runs it in the cassette.
     if (motion.picture) {
         played_out_.reset();
@@ -110,14 +127,8 @@ void VirtualVcr::begin(TransportMode mode, Motion motion, std::int64_t now_ms) {
 }
 
 void VirtualVcr::arrive(std::int64_t position_mf, std::int64_t t_ms) {
-    if (!seek_target_mf_ && motion_.picture && !fetch_driven()) {
-        // The last frames played before the end went out before the transport stopped:
-        // the latest stays there to be taken, as a frame on the bus stays in the
-        // receiver's buffer, so that a reader running late does not lose the tape's end.
-        if (const auto tick = claim_due_tick(t_ms - 1)) {  // due before the stop
-            const std::int64_t due = tick_time(*tick);
-            played_out_ = PlayedOut{position_at(due) / 1000, due, mode_};
-        }
+    if (!seek_target_mf_) {
+        keep_played_out(t_ms - 1);  // a tick at the arrival itself would be past the end
     }
     motion_ = Motion{};
     pos0_mf_ = position_mf;

@@ -227,6 +227,8 @@ class VirtualVcr {
     // Paced: the latest tick due by `until_ms` that was not yet taken, now taken; those
     // before it are lost. None when no new tick is due.
     std::optional<std::int64_t> claim_due_tick(std::int64_t until_ms);
+    // As picture motion ends: keeps the frame due last by `until_ms`, if not yet taken.
+    void keep_played_out(std::int64_t until_ms);
     Fetch take_due(FetchedFrame& info, std::int64_t* next_due_ms);
     FetchStatus copy_frame(const FetchedFrame& info, std::vector<std::uint8_t>& out);
     // A frame taken that cannot be read (damaged, or the file failed): it never reaches
@@ -262,7 +264,8 @@ class VirtualVcr {
     // Frame k of the current picture falls due at tick_time(k); next_tick_ is the first
     // not yet taken or lost.
     std::int64_t next_tick_ = 0;
-    // The frame that fell due last before play ran into the tape's end, not yet taken.
+    // The frame that fell due last before the picture stopped (a stop, the tape's end),
+    // not yet taken.
     struct PlayedOut {
         std::int64_t frame = 0;
         std::int64_t due_ms = 0;

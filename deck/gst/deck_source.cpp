@@ -17,6 +17,8 @@ struct SourceState {
     std::vector<std::uint8_t> frame;
     std::uint64_t pushed = 0;
     std::atomic<bool> flushing{false};
+    // The stream is to end: frames the tape has already played still go out first.
+    std::atomic<bool> draining{false};
 };
 
 }  // namespace
@@ -74,6 +76,7 @@ static gboolean kc_deck_src_start(GstBaseSrc* src) {
     }
     s->pushed = 0;
     s->flushing = false;
+    s->draining = false;
     s->vcr->start_stream();
     return TRUE;
 }
@@ -95,6 +98,20 @@ static gboolean kc_deck_src_unlock(GstBaseSrc* src) {
     return TRUE;
 }
 
+// The end of the stream asked for (a capture stopping): a frame the tape played before
+// it, that the streaming thread has not taken yet, would be lost without a count; the
+// stream ends once those are out.
+static gboolean kc_deck_src_send_event(GstElement* element, GstEvent* event) {
+    kc::deck::SourceState* s = as_deck(element)->state;
+    if (GST_EVENT_TYPE(event) == GST_EVENT_EOS && s->vcr) {
+        s->draining = true;
+        s->vcr->cancel_waits();
+        gst_event_unref(event);
+        return TRUE;
+    }
+    return GST_ELEMENT_CLASS(kc_deck_src_parent_class)->send_event(element, event);
+}
+
 static gboolean kc_deck_src_unlock_stop(GstBaseSrc* src) {
     as_deck(src)->state->flushing = false;
     return TRUE;
@@ -113,8 +130,15 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
         if (s->flushing) {
             return GST_FLOW_FLUSHING;
         }
-        const kc::deck::FetchStatus status = in_memory ? s->vcr->wait_frame_view(view, info, 200)
-                                                       : s->vcr->wait_frame(s->frame, info, 200);
+        // Unpaced, every fetch plays on: there is nothing already played to drain.
+        const bool draining = s->draining;
+        if (draining && !paced) {
+            return GST_FLOW_EOS;
+        }
+        const std::int64_t wait_ms = draining ? 0 : 200;
+        const kc::deck::FetchStatus status = in_memory
+                                                 ? s->vcr->wait_frame_view(view, info, wait_ms)
+                                                 : s->vcr->wait_frame(s->frame, info, wait_ms);
         if (status == kc::deck::FetchStatus::frame) {
             break;
         }
@@ -123,7 +147,13 @@ static GstFlowReturn kc_deck_src_create(GstPushSrc* src, GstBuffer** out) {
                               ("virtual deck lost"));
             return GST_FLOW_ERROR;
         }
+        if (draining) {
+            return GST_FLOW_EOS;  // every frame played so far is out
+        }
         if (status == kc::deck::FetchStatus::cancelled) {
+            if (s->draining) {
+                continue;
+            }
             return GST_FLOW_FLUSHING;
         }
         if (!paced && status == kc::deck::FetchStatus::no_picture &&
@@ -182,6 +212,7 @@ static void kc_deck_src_class_init(KcDeckSrcClass* klass) {
     gst_element_class_add_static_pad_template(element_class, &kc_deck_src_template);
     gst_element_class_set_static_metadata(element_class, "Virtual DV deck", "Source/Video",
                                           "DV frames played from a tape image", "Kestrel Capture");
+    element_class->send_event = kc_deck_src_send_event;
     base_class->get_caps = kc_deck_src_get_caps;
     base_class->start = kc_deck_src_start;
     base_class->stop = kc_deck_src_stop;

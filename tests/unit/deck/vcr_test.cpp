@@ -243,7 +243,11 @@ TEST(Vcr, PacedFramesFallDueOneAPeriodAndMissedOnesCountAsDropped) {
     EXPECT_EQ(info.dropped_before, 4) << "the frame after a loss tells how many were lost";
     EXPECT_EQ(deck.vcr.counters().dropped, 4);
     EXPECT_EQ(deck.vcr.counters().delivered, 3);
+    deck.clock.advance_ms(40);
     deck.vcr.set_mode(stop);
+    ASSERT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::frame)
+        << "the frame played just before the stop is still there to be taken";
+    EXPECT_EQ(frame_mark(out), 7);
     EXPECT_EQ(deck.vcr.fetch_frame(out, info), FetchStatus::no_picture);
 }
 
