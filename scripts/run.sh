@@ -10,6 +10,8 @@
 #   RUN_DIR=...           where captures, settings and the screenshot go
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/lib/list-captures.sh
+source scripts/lib/list-captures.sh
 
 ./scripts/install-deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
@@ -50,17 +52,7 @@ xvfb-run -a -s "-screen 0 1280x1024x24" \
 echo "run: the program ended with exit code $status"
 
 echo "run: files written to $captures:"
-found=0
-while IFS= read -r -d '' file; do
-  found=$((found + 1))
-  duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$file" \
-             2>/dev/null || true)
-  streams=$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$file" 2>/dev/null \
-            | paste -sd, - || true)
-  printf '  %-40s %10s bytes  %8s s  [%s]\n' "$(basename "$file")" "$(stat -c %s "$file")" \
-         "${duration:-?}" "${streams:-unreadable}"
-done < <(find "$captures" -maxdepth 1 -type f -iname '*.avi' -print0 | sort -z)
-[ "$found" -eq 0 ] && echo "  (none)"
+list_captures "$captures"
 [ -f "$screenshot" ] && echo "run: screenshot of the main window: $screenshot"
 settings_file=$XDG_CONFIG_HOME/larkspur/kestrel_cap.reg
 [ -f "$settings_file" ] && echo "run: settings written at exit: $settings_file"
