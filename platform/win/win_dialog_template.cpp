@@ -87,6 +87,16 @@ void write_title(Writer& out, std::string_view title) {
     }
     out.text(title);
 }
+// A skin is a bitmap static under the buttons drawn on it, and it does not clip its
+// siblings: Wine paints it after the buttons above it that are not transparent, over
+// them. Owner-drawn buttons paint their whole face from the skin's own pictures, so as
+// transparent windows, painted after what lies under them, they lose nothing and stay
+// in sight.
+DWORD extra_ex_style(const ControlTemplate& control) {
+    const bool owner_drawn =
+        control.cls == "BUTTON" && (control.style & BS_TYPEMASK) == BS_OWNERDRAW;
+    return owner_drawn ? WS_EX_TRANSPARENT : 0;
+}
 }  // namespace
 
 std::vector<WORD> build_dialog_template(const DialogTemplate& dialog) {
@@ -113,7 +123,7 @@ std::vector<WORD> build_dialog_template(const DialogTemplate& dialog) {
     for (const ControlTemplate& control : dialog.controls) {
         out.align_dword();
         out.dword(0);  // help id
-        out.dword(control.ex_style);
+        out.dword(control.ex_style | extra_ex_style(control));
         out.dword(control.style);
         out.signed_word(control.x);
         out.signed_word(control.y);
