@@ -369,9 +369,12 @@ GstFlowReturn sink_chain(GstPad* pad, GstObject* parent, GstBuffer* buffer) {
         } else {
             ret = write_buffer(s, *sink_pad, buffer, error);
         }
-    }
-    if (error) {
-        post_error(self, *error);
+        // Posted before another pad can see the failure: its upstream would report the
+        // refused buffer as a bare data-flow error, first on the bus, and the cause (a full
+        // disk) would come second.
+        if (error) {
+            post_error(self, *error);
+        }
     }
     return ret;
 }
