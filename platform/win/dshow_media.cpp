@@ -1,5 +1,7 @@
 #include "platform/win/dshow_media.h"
 
+#include "platform/win/deck_device.h"
+
 #include <olectl.h>
 
 #include <array>
@@ -381,9 +383,11 @@ class DsObject final : public media::BaseFilter,
                                     std::uint32_t flags) override {
         *out = nullptr;
         Ref<IEnumMoniker> monikers;
-        const HRESULT hr =
-            com<ICreateDevEnum>(Iid::create_dev_enum)
-                ->CreateClassEnumerator(category_clsid(category), monikers.out(), flags);
+        HRESULT hr = com<ICreateDevEnum>(Iid::create_dev_enum)
+                         ->CreateClassEnumerator(category_clsid(category), monikers.out(), flags);
+        if (category == media::DeviceCategory::video_input) {
+            hr = list_virtual_deck(hr, monikers.out());
+        }
         // S_FALSE: the category is empty, and there is no enumerator.
         if (hr != S_OK || monikers.get() == nullptr) {
             return hr;

@@ -1,0 +1,589 @@
+#include "platform/win/deck_pin.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/win/deck_filter.h"
+
+namespace kc::win {
+namespace {
+
+constexpr const wchar_t* pin_name = L"DV A/V Out";
+// Buffers between the deck and downstream: enough for a writer that stalls for a
+// moment without the paced deck losing frames.
+constexpr long buffers_wanted = 8;
+constexpr std::int64_t units_per_second = 10'000'000;  // REFERENCE_TIME: 100 ns
+
+// The 4 data bytes of the first pack of kind `pack` in the blocks of `section`, the first
+// data byte lowest, as DVINFO holds them; all ones (DV's "no information") when the frame
+// has none. `second_half`: look in the second half of the sequences (the second audio
+// channel pair).
+DWORD pack_word(std::span<const std::uint8_t> frame, deck::DvSystem system,
+                deck::DifSection section, std::uint8_t pack, bool second_half) {
+    const int sequences = deck::sequences_per_frame(system);
+    const int first = second_half ? sequences / 2 : 0;
+    for (int seq = first; seq < first + sequences / 2; ++seq) {
+        for (std::size_t block = 0; block < deck::dif_blocks_per_sequence; ++block) {
+            const std::size_t at = seq * deck::dif_sequence_bytes + block * deck::dif_block_bytes;
+            if (at + deck::dif_block_bytes > frame.size() ||
+                frame[at] >> 5 != static_cast<int>(section)) {
+                continue;
+            }
+            // VAUX blocks carry fifteen packs after the ID, audio blocks one.
+            const int packs = section == deck::DifSection::vaux ? 15 : 1;
+            for (int p = 0; p < packs; ++p) {
+                const std::size_t pc = at + 3 + 5 * static_cast<std::size_t>(p);
+                if (frame[pc] == pack) {
+                    return frame[pc + 1] | (frame[pc + 2] << 8) | (frame[pc + 3] << 16) |
+                           (static_cast<DWORD>(frame[pc + 4]) << 24);
+                }
+            }
+        }
+    }
+    return 0xFFFFFFFFu;
+}
+
+// The DVINFO of a tape: the source and control packs of its first frame. The 50/60 flag
+// of the video source pack always tells the tape's system, also where the frame has no
+// pack, since that is what a reader of the format block goes by.
+DVINFO dv_info(const deck::TapeImage& tape) {
+    DVINFO info{};
+    std::vector<std::uint8_t> frame(tape.frame_bytes(), 0xFF);
+    if (tape.frame_count() > 0) {
+        (void)tape.read_frame(0, frame);
+    }
+    const deck::DvSystem system = tape.system();
+    using deck::DifSection;
+    info.dwDVAAuxSrc = pack_word(frame, system, DifSection::audio, 0x50, false);
+    info.dwDVAAuxCtl = pack_word(frame, system, DifSection::audio, 0x51, false);
+    info.dwDVAAuxSrc1 = pack_word(frame, system, DifSection::audio, 0x50, true);
+    info.dwDVAAuxCtl1 = pack_word(frame, system, DifSection::audio, 0x51, true);
+    info.dwDVVAuxSrc = pack_word(frame, system, DifSection::vaux, 0x60, false);
+    info.dwDVVAuxCtl = pack_word(frame, system, DifSection::vaux, 0x61, false);
+    constexpr DWORD fifty = 1u << 21;  // bit 5 of the third data byte
+    info.dwDVVAuxSrc =
+        system == deck::DvSystem::pal_625_50 ? info.dwDVVAuxSrc | fifty : info.dwDVVAuxSrc & ~fifty;
+    return info;
+}
+
+bool same_guid_or_any(const GUID& asked, const GUID& ours) {
+    return IsEqualGUID(asked, GUID_NULL) || IsEqualGUID(asked, ours);
+}
+
+// Whether `asked` (possibly partly given) is the pin's type `ours`.
+bool accepts(const AM_MEDIA_TYPE& asked, const AM_MEDIA_TYPE& ours) {
+    return same_guid_or_any(asked.majortype, ours.majortype) &&
+           same_guid_or_any(asked.subtype, ours.subtype) &&
+           same_guid_or_any(asked.formattype, ours.formattype);
+}
+
+// A copy of `type` for a caller that frees it with the task allocator.
+HRESULT copy_media_type(const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE& out) {
+    out = type;
+    out.pUnk = nullptr;
+    out.pbFormat = nullptr;
+    if (type.cbFormat > 0) {
+        out.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(type.cbFormat));
+        if (out.pbFormat == nullptr) {
+            return E_OUTOFMEMORY;
+        }
+        std::memcpy(out.pbFormat, type.pbFormat, type.cbFormat);
+    }
+    return S_OK;
+}
+
+// The pin's one media type, handed out in order.
+class MediaTypes final : public ComObject<IEnumMediaTypes> {
+  public:
+    MediaTypes(const DVINFO& info, deck::DvSystem system, ULONG at = 0)
+        : info_(info), system_(system), at_(at) {}
+
+    HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) override {
+        if (types == nullptr || (count > 1 && fetched == nullptr)) {
+            return E_POINTER;
+        }
+        ULONG given = 0;
+        if (count > 0 && at_ == 0) {
+            auto* type = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
+            if (type == nullptr) {
+                return E_OUTOFMEMORY;
+            }
+            if (FAILED(copy_media_type(deck_media_type(system_, info_), *type))) {
+                CoTaskMemFree(type);
+                return E_OUTOFMEMORY;
+            }
+            types[0] = type;
+            given = 1;
+            at_ = 1;
+        }
+        if (fetched != nullptr) {
+            *fetched = given;
+        }
+        return given == count ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
+        const ULONG left = 1 - at_;
+        at_ = std::min<ULONG>(1, at_ + count);
+        return count <= left ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Reset() override {
+        at_ = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes** out) override {
+        if (out == nullptr) {
+            return E_POINTER;
+        }
+        *out = new MediaTypes(info_, system_, at_);
+        return S_OK;
+    }
+
+  private:
+    DVINFO info_;
+    deck::DvSystem system_;
+    ULONG at_;
+};
+
+}  // namespace
+
+AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DVINFO& info) {
+    AM_MEDIA_TYPE type{};
+    type.majortype = MEDIATYPE_Interleaved;
+    type.subtype = MEDIASUBTYPE_dvsd;
+    type.bFixedSizeSamples = TRUE;
+    type.bTemporalCompression = FALSE;
+    type.lSampleSize = static_cast<ULONG>(deck::frame_bytes(system));
+    type.formattype = FORMAT_DvInfo;
+    type.cbFormat = sizeof(DVINFO);
+    type.pbFormat = reinterpret_cast<BYTE*>(&info);
+    return type;
+}
+
+DeckPin::DeckPin(DeckFilter& filter) : filter_(filter) {}
+
+DeckPin::~DeckPin() {
+    deactivate();
+    release_connection();
+}
+
+ULONG DeckPin::AddRef() {
+    return filter_.AddRef();
+}
+
+ULONG DeckPin::Release() {
+    return filter_.Release();
+}
+
+// ---- Connection -----------------------------------------------------------------------------
+
+HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
+    if (receiver == nullptr) {
+        return E_POINTER;
+    }
+    std::lock_guard lock(connection_lock_);
+    if (peer_ != nullptr) {
+        return VFW_E_ALREADY_CONNECTED;
+    }
+    if (filter_.state() != State_Stopped) {
+        return VFW_E_NOT_STOPPED;
+    }
+    DVINFO info = dv_info(filter_.vcr().tape());
+    const AM_MEDIA_TYPE ours = deck_media_type(filter_.vcr().system(), info);
+    if (type != nullptr && !accepts(*type, ours)) {
+        return VFW_E_TYPE_NOT_ACCEPTED;
+    }
+    HRESULT hr = receiver->ReceiveConnection(this, &ours);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    peer_ = receiver;
+    peer_->AddRef();
+    hr = decide_allocator(receiver);
+    if (FAILED(hr)) {
+        receiver->Disconnect();
+        release_connection();
+    }
+    return hr;
+}
+
+HRESULT DeckPin::decide_allocator(IPin* receiver) {
+    HRESULT hr = receiver->QueryInterface(IID_IMemInputPin, reinterpret_cast<void**>(&input_));
+    if (FAILED(hr)) {
+        return hr;
+    }
+    ALLOCATOR_PROPERTIES wanted{};
+    (void)input_->GetAllocatorRequirements(&wanted);
+    wanted.cBuffers = std::max(wanted.cBuffers, buffers_wanted);
+    wanted.cbBuffer = static_cast<long>(deck::frame_bytes(filter_.vcr().system()));
+    wanted.cbAlign = std::max(wanted.cbAlign, 1L);
+    // Downstream's own allocator first, then a memory allocator of ours.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        IMemAllocator* allocator = nullptr;
+        hr = attempt == 0
+                 ? input_->GetAllocator(&allocator)
+                 : CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER,
+                                    IID_IMemAllocator, reinterpret_cast<void**>(&allocator));
+        if (FAILED(hr)) {
+            continue;
+        }
+        ALLOCATOR_PROPERTIES actual{};
+        hr = allocator->SetProperties(&wanted, &actual);
+        if (SUCCEEDED(hr) && actual.cbBuffer < wanted.cbBuffer) {
+            hr = VFW_E_SIZENOTSET;
+        }
+        if (SUCCEEDED(hr)) {
+            hr = input_->NotifyAllocator(allocator, FALSE);
+        }
+        if (SUCCEEDED(hr)) {
+            allocator_ = allocator;
+            return S_OK;
+        }
+        allocator->Release();
+    }
+    return FAILED(hr) ? hr : VFW_E_NO_ALLOCATOR;
+}
+
+void DeckPin::release_connection() {
+    std::lock_guard lock(connection_lock_);
+    for (IUnknown* held : {static_cast<IUnknown*>(allocator_), static_cast<IUnknown*>(input_),
+                           static_cast<IUnknown*>(peer_)}) {
+        if (held != nullptr) {
+            held->Release();
+        }
+    }
+    allocator_ = nullptr;
+    input_ = nullptr;
+    peer_ = nullptr;
+}
+
+HRESULT DeckPin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) {
+    // An output pin connects; it is not connected to.
+    return E_UNEXPECTED;
+}
+
+HRESULT DeckPin::Disconnect() {
+    std::lock_guard lock(connection_lock_);
+    if (filter_.state() != State_Stopped) {
+        return VFW_E_NOT_STOPPED;
+    }
+    if (peer_ == nullptr) {
+        return S_FALSE;
+    }
+    release_connection();
+    return S_OK;
+}
+
+HRESULT DeckPin::ConnectedTo(IPin** pin) {
+    if (pin == nullptr) {
+        return E_POINTER;
+    }
+    std::lock_guard lock(connection_lock_);
+    *pin = peer_;
+    if (peer_ == nullptr) {
+        return VFW_E_NOT_CONNECTED;
+    }
+    peer_->AddRef();
+    return S_OK;
+}
+
+HRESULT DeckPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
+    if (type == nullptr) {
+        return E_POINTER;
+    }
+    std::lock_guard lock(connection_lock_);
+    if (peer_ == nullptr) {
+        std::memset(type, 0, sizeof(*type));
+        return VFW_E_NOT_CONNECTED;
+    }
+    DVINFO info = dv_info(filter_.vcr().tape());
+    return copy_media_type(deck_media_type(filter_.vcr().system(), info), *type);
+}
+
+HRESULT DeckPin::QueryPinInfo(PIN_INFO* info) {
+    if (info == nullptr) {
+        return E_POINTER;
+    }
+    info->pFilter = &filter_;
+    filter_.AddRef();
+    info->dir = PINDIR_OUTPUT;
+    std::wcsncpy(info->achName, pin_name, MAX_PIN_NAME);
+    info->achName[MAX_PIN_NAME - 1] = L'\0';
+    return S_OK;
+}
+
+HRESULT DeckPin::QueryDirection(PIN_DIRECTION* direction) {
+    if (direction == nullptr) {
+        return E_POINTER;
+    }
+    *direction = PINDIR_OUTPUT;
+    return S_OK;
+}
+
+HRESULT DeckPin::QueryId(LPWSTR* id) {
+    if (id == nullptr) {
+        return E_POINTER;
+    }
+    const std::size_t bytes = (std::wcslen(pin_name) + 1) * sizeof(wchar_t);
+    *id = static_cast<LPWSTR>(CoTaskMemAlloc(bytes));
+    if (*id == nullptr) {
+        return E_OUTOFMEMORY;
+    }
+    std::memcpy(*id, pin_name, bytes);
+    return S_OK;
+}
+
+HRESULT DeckPin::QueryAccept(const AM_MEDIA_TYPE* type) {
+    if (type == nullptr) {
+        return E_POINTER;
+    }
+    DVINFO info{};
+    return accepts(*type, deck_media_type(filter_.vcr().system(), info)) ? S_OK : S_FALSE;
+}
+
+HRESULT DeckPin::EnumMediaTypes(IEnumMediaTypes** types) {
+    if (types == nullptr) {
+        return E_POINTER;
+    }
+    *types = new MediaTypes(dv_info(filter_.vcr().tape()), filter_.vcr().system());
+    return S_OK;
+}
+
+HRESULT DeckPin::QueryInternalConnections(IPin**, ULONG*) {
+    return E_NOTIMPL;
+}
+
+// Calls that only an input pin takes.
+HRESULT DeckPin::EndOfStream() {
+    return E_UNEXPECTED;
+}
+HRESULT DeckPin::BeginFlush() {
+    return E_UNEXPECTED;
+}
+HRESULT DeckPin::EndFlush() {
+    return E_UNEXPECTED;
+}
+HRESULT DeckPin::NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
+    return S_OK;
+}
+
+// ---- Category and counters ------------------------------------------------------------------
+
+HRESULT DeckPin::Set(REFGUID, DWORD, LPVOID, DWORD, LPVOID, DWORD) {
+    return E_PROP_ID_UNSUPPORTED;
+}
+
+HRESULT DeckPin::Get(REFGUID set, DWORD id, LPVOID, DWORD, LPVOID data, DWORD data_size,
+                     DWORD* returned) {
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) {
+        return E_PROP_SET_UNSUPPORTED;
+    }
+    if (id != AMPROPERTY_PIN_CATEGORY) {
+        return E_PROP_ID_UNSUPPORTED;
+    }
+    if (data == nullptr && returned == nullptr) {
+        return E_POINTER;
+    }
+    if (returned != nullptr) {
+        *returned = sizeof(GUID);
+    }
+    if (data == nullptr) {
+        return S_OK;
+    }
+    if (data_size < sizeof(GUID)) {
+        return E_UNEXPECTED;
+    }
+    *static_cast<GUID*>(data) = PIN_CATEGORY_CAPTURE;
+    return S_OK;
+}
+
+HRESULT DeckPin::QuerySupported(REFGUID set, DWORD id, DWORD* support) {
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) {
+        return E_PROP_SET_UNSUPPORTED;
+    }
+    if (id != AMPROPERTY_PIN_CATEGORY) {
+        return E_PROP_ID_UNSUPPORTED;
+    }
+    if (support != nullptr) {
+        *support = KSPROPERTY_SUPPORT_GET;
+    }
+    return S_OK;
+}
+
+HRESULT DeckPin::GetNumDropped(LONG* count) {
+    return filter_.control().get_num_dropped(count);
+}
+HRESULT DeckPin::GetNumNotDropped(LONG* count) {
+    return filter_.control().get_num_not_dropped(count);
+}
+HRESULT DeckPin::GetDroppedInfo(LONG, LONG*, LONG*) {
+    // The deck counts its losses; it does not keep which frames they were.
+    return E_NOTIMPL;
+}
+HRESULT DeckPin::GetAverageFrameSize(LONG* size) {
+    if (size == nullptr) {
+        return E_POINTER;
+    }
+    *size = static_cast<LONG>(deck::frame_bytes(filter_.vcr().system()));
+    return S_OK;
+}
+
+// ---- Streaming ------------------------------------------------------------------------------
+
+HRESULT DeckPin::activate() {
+    std::lock_guard lock(connection_lock_);
+    if (allocator_ != nullptr) {
+        const HRESULT hr = allocator_->Commit();
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+    {
+        std::lock_guard gate(gate_lock_);
+        running_ = false;
+        stopping_ = false;
+        ended_ = false;
+        started_ = false;
+        delivered_ = 0;
+    }
+    // An unconnected pin has nowhere to deliver; it still goes through the states.
+    if (input_ != nullptr) {
+        thread_ = std::thread([this] { stream(); });
+    }
+    return S_OK;
+}
+
+void DeckPin::run() {
+    deck::VirtualVcr& vcr = filter_.vcr();
+    {
+        std::lock_guard gate(gate_lock_);
+        if (!started_) {
+            // The stream begins with the first run; frames due before it are nobody's loss.
+            vcr.start_stream();
+            started_ = true;
+        }
+        run_start_ms_ = vcr.clock().now_ms();
+        running_ = true;
+    }
+    gate_.notify_all();
+}
+
+void DeckPin::pause() {
+    {
+        std::lock_guard gate(gate_lock_);
+        running_ = false;
+    }
+    filter_.vcr().cancel_waits();
+}
+
+void DeckPin::deactivate() {
+    {
+        std::lock_guard gate(gate_lock_);
+        running_ = false;
+        stopping_ = true;
+    }
+    gate_.notify_all();
+    filter_.vcr().cancel_waits();
+    {
+        std::lock_guard lock(connection_lock_);
+        if (allocator_ != nullptr) {
+            allocator_->Decommit();
+        }
+    }
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    std::lock_guard gate(gate_lock_);
+    if (started_) {
+        filter_.vcr().stop_stream();
+        started_ = false;
+    }
+}
+
+void DeckPin::stream() {
+    deck::VirtualVcr& vcr = filter_.vcr();
+    const bool paced = vcr.pacing() == deck::Pacing::real_time;
+    // A tape in memory is delivered from where it lies; one read from a file is copied out.
+    const bool in_memory = vcr.tape().in_memory();
+    for (;;) {
+        {
+            std::unique_lock gate(gate_lock_);
+            gate_.wait(gate, [&] { return stopping_ || (running_ && !ended_); });
+            if (stopping_) {
+                return;
+            }
+        }
+        deck::FetchedFrame info;
+        std::span<const std::uint8_t> view;
+        const deck::FetchStatus status =
+            in_memory ? vcr.wait_frame_view(view, info, 200) : vcr.wait_frame(frame_, info, 200);
+        bool end = false;
+        if (status == deck::FetchStatus::frame) {
+            const HRESULT hr = in_memory ? deliver(view.data(), view.size(), info)
+                                         : deliver(frame_.data(), frame_.size(), info);
+            // A refusal ends the stream; a stop decommitting the buffers under way is no
+            // refusal, and the gate sees the stop.
+            end = hr != S_OK && hr != VFW_E_NOT_COMMITTED;
+        } else if (status == deck::FetchStatus::device_lost) {
+            filter_.notify_device_lost();
+            end = true;
+        } else if (!paced && status == deck::FetchStatus::no_picture &&
+                   vcr.state().mode == deck::TransportMode::stop &&
+                   vcr.state().frame() >= vcr.tape().frame_count() - 1) {
+            // Unpaced, a tape played to its end ends the stream, so that a test or a
+            // benchmark finishes when the tape does.
+            peer_->EndOfStream();
+            end = true;
+        }
+        if (end) {
+            std::lock_guard gate(gate_lock_);
+            ended_ = true;
+        }
+    }
+}
+
+HRESULT DeckPin::deliver(const std::uint8_t* frame, std::size_t size,
+                         const deck::FetchedFrame& info) {
+    IMediaSample* sample = nullptr;
+    HRESULT hr = allocator_->GetBuffer(&sample, nullptr, nullptr, 0);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    BYTE* data = nullptr;
+    hr = sample->GetPointer(&data);
+    if (SUCCEEDED(hr) && static_cast<std::size_t>(sample->GetSize()) < size) {
+        hr = VFW_E_BUFFER_OVERFLOW;
+    }
+    if (SUCCEEDED(hr)) {
+        std::memcpy(data, frame, size);
+        hr = sample->SetActualDataLength(static_cast<long>(size));
+    }
+    if (SUCCEEDED(hr)) {
+        const deck::FrameRate rate = deck::frame_rate(filter_.vcr().system());
+        const auto at = [&](std::int64_t n) {
+            return static_cast<REFERENCE_TIME>(n * units_per_second * rate.den / rate.num);
+        };
+        std::int64_t run_start_ms = 0;
+        {
+            std::lock_guard gate(gate_lock_);
+            run_start_ms = run_start_ms_;
+        }
+        REFERENCE_TIME start = at(delivered_);
+        if (filter_.vcr().pacing() == deck::Pacing::real_time) {
+            start =
+                std::max<std::int64_t>(info.due_ms - run_start_ms, 0) * (units_per_second / 1000);
+        }
+        REFERENCE_TIME stop = start + at(1);
+        sample->SetTime(&start, &stop);
+        LONGLONG tape_start = info.tape_frame;
+        LONGLONG tape_stop = info.tape_frame + 1;
+        sample->SetMediaTime(&tape_start, &tape_stop);
+        sample->SetSyncPoint(TRUE);
+        sample->SetDiscontinuity(delivered_ == 0 || info.dropped_before > 0);
+        hr = input_->Receive(sample);
+        ++delivered_;
+    }
+    sample->Release();
+    return hr;
+}
+
+}  // namespace kc::win
