@@ -8,48 +8,21 @@
 namespace kc::win {
 namespace {
 
-// One pin, handed out in order.
-class PinList final : public ComObject<IEnumPins> {
+// The filter's one pin.
+class PinList final : public ItemList<IEnumPins, IPin> {
   public:
-    explicit PinList(IPin* pin, ULONG at = 0) : pin_(pin), at_(at) { pin_->AddRef(); }
-
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, IPin** pins, ULONG* fetched) override {
-        if (pins == nullptr || (count > 1 && fetched == nullptr)) {
-            return E_POINTER;
-        }
-        ULONG given = 0;
-        if (count > 0 && at_ == 0) {
-            pins[0] = pin_;
-            pin_->AddRef();
-            given = 1;
-            at_ = 1;
-        }
-        if (fetched != nullptr) {
-            *fetched = given;
-        }
-        return given == count ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        const ULONG left = 1 - at_;
-        at_ = std::min<ULONG>(1, at_ + count);
-        return count <= left ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        at_ = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumPins** out) override {
-        if (out == nullptr) {
-            return E_POINTER;
-        }
-        *out = new PinList(pin_, at_);
-        return S_OK;
-    }
+    explicit PinList(IPin* pin, ULONG at = 0) : ItemList(1, at), pin_(pin) { pin_->AddRef(); }
 
   private:
     ~PinList() override { pin_->Release(); }
+    HRESULT give(ULONG, IPin** out) override {
+        *out = pin_;
+        pin_->AddRef();
+        return S_OK;
+    }
+    IEnumPins* copy() override { return new PinList(pin_, position()); }
+
     IPin* pin_;
-    ULONG at_;
 };
 
 // A string the caller frees with the task allocator.

@@ -92,70 +92,70 @@ HRESULT copy_media_type(const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE& out) {
     return S_OK;
 }
 
-// The pin's one media type, handed out in order.
-class MediaTypes final : public ComObject<IEnumMediaTypes> {
+class MediaTypes final : public ItemList<IEnumMediaTypes, AM_MEDIA_TYPE> {
   public:
-    MediaTypes(const DVINFO& info, deck::DvSystem system, ULONG at = 0)
-        : info_(info), system_(system), at_(at) {}
-
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** types, ULONG* fetched) override {
-        if (types == nullptr || (count > 1 && fetched == nullptr)) {
-            return E_POINTER;
-        }
-        ULONG given = 0;
-        if (count > 0 && at_ == 0) {
-            auto* type = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-            if (type == nullptr) {
-                return E_OUTOFMEMORY;
-            }
-            if (FAILED(copy_media_type(deck_media_type(system_, info_), *type))) {
-                CoTaskMemFree(type);
-                return E_OUTOFMEMORY;
-            }
-            types[0] = type;
-            given = 1;
-            at_ = 1;
-        }
-        if (fetched != nullptr) {
-            *fetched = given;
-        }
-        return given == count ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        const ULONG left = 1 - at_;
-        at_ = std::min<ULONG>(1, at_ + count);
-        return count <= left ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        at_ = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes** out) override {
-        if (out == nullptr) {
-            return E_POINTER;
-        }
-        *out = new MediaTypes(info_, system_, at_);
-        return S_OK;
-    }
+    MediaTypes(const DeckFormats& formats, deck::DvSystem system, ULONG at = 0)
+        : ItemList(deck_media_type_count, at), formats_(formats), system_(system) {}
 
   private:
-    DVINFO info_;
+    HRESULT give(ULONG index, AM_MEDIA_TYPE** out) override {
+        auto* type = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
+        if (type == nullptr) {
+            return E_OUTOFMEMORY;
+        }
+        const HRESULT hr =
+            copy_media_type(deck_media_type(system_, formats_, static_cast<int>(index)), *type);
+        if (FAILED(hr)) {
+            CoTaskMemFree(type);
+            return hr;
+        }
+        *out = type;
+        return S_OK;
+    }
+    IEnumMediaTypes* copy() override { return new MediaTypes(formats_, system_, position()); }
+
+    DeckFormats formats_;
     deck::DvSystem system_;
-    ULONG at_;
 };
 
 }  // namespace
 
-AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DVINFO& info) {
+DeckFormats deck_formats(const deck::TapeImage& tape) {
+    DeckFormats formats;
+    formats.dv = dv_info(tape);
+    const deck::DvSystem system = tape.system();
+    const deck::FrameRate rate = deck::frame_rate(system);
+    VIDEOINFOHEADER& video = formats.video;
+    video.AvgTimePerFrame = units_per_second * rate.den / rate.num;
+    video.dwBitRate = static_cast<DWORD>(deck::frame_bytes(system) * 8 * rate.num / rate.den);
+    BITMAPINFOHEADER& picture = video.bmiHeader;
+    picture.biSize = sizeof(BITMAPINFOHEADER);
+    picture.biWidth = 720;
+    picture.biHeight = system == deck::DvSystem::pal_625_50 ? 576 : 480;
+    picture.biPlanes = 1;
+    picture.biBitCount = 24;
+    picture.biCompression = MEDIASUBTYPE_dvsd.Data1;
+    picture.biSizeImage = static_cast<DWORD>(deck::frame_bytes(system));
+    return formats;
+}
+
+AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int index) {
     AM_MEDIA_TYPE type{};
-    type.majortype = MEDIATYPE_Interleaved;
     type.subtype = MEDIASUBTYPE_dvsd;
     type.bFixedSizeSamples = TRUE;
     type.bTemporalCompression = FALSE;
     type.lSampleSize = static_cast<ULONG>(deck::frame_bytes(system));
-    type.formattype = FORMAT_DvInfo;
-    type.cbFormat = sizeof(DVINFO);
-    type.pbFormat = reinterpret_cast<BYTE*>(&info);
+    if (index == 0) {
+        type.majortype = MEDIATYPE_Interleaved;
+        type.formattype = FORMAT_DvInfo;
+        type.cbFormat = sizeof(DVINFO);
+        type.pbFormat = reinterpret_cast<BYTE*>(&formats.dv);
+    } else {
+        type.majortype = MEDIATYPE_Video;
+        type.formattype = FORMAT_VideoInfo;
+        type.cbFormat = sizeof(VIDEOINFOHEADER);
+        type.pbFormat = reinterpret_cast<BYTE*>(&formats.video);
+    }
     return type;
 }
 
@@ -187,12 +187,24 @@ HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
     if (filter_.state() != State_Stopped) {
         return VFW_E_NOT_STOPPED;
     }
-    DVINFO info = dv_info(filter_.vcr().tape());
-    const AM_MEDIA_TYPE ours = deck_media_type(filter_.vcr().system(), info);
-    if (type != nullptr && !accepts(*type, ours)) {
-        return VFW_E_TYPE_NOT_ACCEPTED;
+    DeckFormats formats = deck_formats(filter_.vcr().tape());
+    HRESULT hr = VFW_E_NO_ACCEPTABLE_TYPES;
+    for (int index = 0; index < deck_media_type_count; ++index) {
+        const AM_MEDIA_TYPE ours = deck_media_type(filter_.vcr().system(), formats, index);
+        if (type != nullptr && !accepts(*type, ours)) {
+            continue;
+        }
+        hr = try_connection(receiver, ours);
+        if (SUCCEEDED(hr)) {
+            connected_type_ = index;
+            return hr;
+        }
     }
-    HRESULT hr = receiver->ReceiveConnection(this, &ours);
+    return type != nullptr && hr == VFW_E_NO_ACCEPTABLE_TYPES ? VFW_E_TYPE_NOT_ACCEPTED : hr;
+}
+
+HRESULT DeckPin::try_connection(IPin* receiver, const AM_MEDIA_TYPE& type) {
+    HRESULT hr = receiver->ReceiveConnection(this, &type);
     if (FAILED(hr)) {
         return hr;
     }
@@ -295,8 +307,9 @@ HRESULT DeckPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
         std::memset(type, 0, sizeof(*type));
         return VFW_E_NOT_CONNECTED;
     }
-    DVINFO info = dv_info(filter_.vcr().tape());
-    return copy_media_type(deck_media_type(filter_.vcr().system(), info), *type);
+    DeckFormats formats = deck_formats(filter_.vcr().tape());
+    return copy_media_type(deck_media_type(filter_.vcr().system(), formats, connected_type_),
+                           *type);
 }
 
 HRESULT DeckPin::QueryPinInfo(PIN_INFO* info) {
@@ -336,15 +349,20 @@ HRESULT DeckPin::QueryAccept(const AM_MEDIA_TYPE* type) {
     if (type == nullptr) {
         return E_POINTER;
     }
-    DVINFO info{};
-    return accepts(*type, deck_media_type(filter_.vcr().system(), info)) ? S_OK : S_FALSE;
+    DeckFormats formats;
+    for (int index = 0; index < deck_media_type_count; ++index) {
+        if (accepts(*type, deck_media_type(filter_.vcr().system(), formats, index))) {
+            return S_OK;
+        }
+    }
+    return S_FALSE;
 }
 
 HRESULT DeckPin::EnumMediaTypes(IEnumMediaTypes** types) {
     if (types == nullptr) {
         return E_POINTER;
     }
-    *types = new MediaTypes(dv_info(filter_.vcr().tape()), filter_.vcr().system());
+    *types = new MediaTypes(deck_formats(filter_.vcr().tape()), filter_.vcr().system());
     return S_OK;
 }
 

@@ -1,5 +1,5 @@
 // The virtual deck filter's one output pin: category capture (IKsPropertySet), one media
-// type (interleaved "dvsd" with the tape's DVINFO, 625-50 or 525-60 as the tape is), the
+// DV type (interleaved "dvsd" with the tape's DVINFO, 625-50 or 525-60 as the tape is), the
 // deck's frame counters (IAMDroppedFrames), and the streaming thread.
 //
 // Connecting, it asks the downstream input for its allocator and its requirements and
@@ -30,9 +30,70 @@ namespace kc::win {
 
 class DeckFilter;
 
-// The media type of a tape of `system`, with its format block (DVINFO) in `info`, which
-// must outlive the type.
-AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DVINFO& info);
+// The formats of a tape's media types: its DVINFO, and the same frames seen as video.
+struct DeckFormats {
+    DVINFO dv{};
+    VIDEOINFOHEADER video{};
+};
+DeckFormats deck_formats(const deck::TapeImage& tape);
+
+// The pin's media types, best first: interleaved DV, as a DV device gives it; then the
+// same frames as a DV video stream, for a multiplexer that takes no interleaved stream
+// (Wine's), whose file then holds one "dvsd" video stream of the very same frames. The
+// format block points into `formats`, which must outlive the type.
+inline constexpr int deck_media_type_count = 2;
+AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int index);
+
+// An enumerator handing out `size` items in order; `give` makes the item at an index for
+// the caller.
+template <class Interface, class Item>
+class ItemList : public ComObject<Interface> {
+  public:
+    HRESULT STDMETHODCALLTYPE Next(ULONG count, Item** items, ULONG* fetched) override {
+        if (items == nullptr || (count > 1 && fetched == nullptr)) {
+            return E_POINTER;
+        }
+        ULONG given = 0;
+        while (given < count && at_ < size_) {
+            const HRESULT hr = give(at_, &items[given]);
+            if (FAILED(hr)) {
+                return hr;
+            }
+            ++given;
+            ++at_;
+        }
+        if (fetched != nullptr) {
+            *fetched = given;
+        }
+        return given == count ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
+        const ULONG left = size_ - at_;
+        at_ += count < left ? count : left;
+        return count <= left ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Reset() override {
+        at_ = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
+        if (out == nullptr) {
+            return E_POINTER;
+        }
+        *out = copy();
+        return S_OK;
+    }
+
+  protected:
+    ItemList(ULONG size, ULONG at) : size_(size), at_(at) {}
+    virtual HRESULT give(ULONG index, Item** out) = 0;
+    virtual Interface* copy() = 0;
+    ULONG position() const { return at_; }
+
+  private:
+    const ULONG size_;
+    ULONG at_;
+};
 
 class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
   public:
@@ -81,6 +142,7 @@ class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
     void deactivate();   // to stopped
 
   private:
+    HRESULT try_connection(IPin* receiver, const AM_MEDIA_TYPE& type);
     HRESULT decide_allocator(IPin* receiver);
     void release_connection();
     void stream();
@@ -94,6 +156,7 @@ class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
     IPin* peer_ = nullptr;
     IMemInputPin* input_ = nullptr;
     IMemAllocator* allocator_ = nullptr;
+    int connected_type_ = 0;
 
     // The streaming thread and its gate.
     std::thread thread_;
