@@ -7,40 +7,7 @@
 
 namespace kc::win {
 namespace {
-
-// The filter's one pin.
-class PinList final : public ItemList<IEnumPins, IPin> {
-  public:
-    explicit PinList(IPin* pin, ULONG at = 0) : ItemList(1, at), pin_(pin) { pin_->AddRef(); }
-
-  private:
-    ~PinList() override { pin_->Release(); }
-    HRESULT give(ULONG, IPin** out) override {
-        *out = pin_;
-        pin_->AddRef();
-        return S_OK;
-    }
-    IEnumPins* copy() override { return new PinList(pin_, position()); }
-
-    IPin* pin_;
-};
-
-// A string the caller frees with the task allocator.
-HRESULT task_string(const wchar_t* text, LPWSTR* out) {
-    if (out == nullptr) {
-        return E_POINTER;
-    }
-    const std::size_t bytes = (std::wcslen(text) + 1) * sizeof(wchar_t);
-    *out = static_cast<LPWSTR>(CoTaskMemAlloc(bytes));
-    if (*out == nullptr) {
-        return E_OUTOFMEMORY;
-    }
-    std::memcpy(*out, text, bytes);
-    return S_OK;
-}
-
 constexpr const wchar_t* pin_id = L"DV A/V Out";
-
 }  // namespace
 
 DeckFilter* DeckFilter::create(std::shared_ptr<deck::VirtualVcr> vcr) {
@@ -48,7 +15,10 @@ DeckFilter* DeckFilter::create(std::shared_ptr<deck::VirtualVcr> vcr) {
 }
 
 DeckFilter::DeckFilter(std::shared_ptr<deck::VirtualVcr> vcr)
-    : vcr_(vcr), control_(deck::VcrControl::create(std::move(vcr))), pin_(new DeckPin(*this)) {}
+    : FilterBase(clsid_virtual_deck, pin_id, true),
+      vcr_(vcr),
+      control_(deck::VcrControl::create(std::move(vcr))),
+      pin_(new DeckPin(*this)) {}
 
 DeckFilter::~DeckFilter() {
     // The graph stops its filters before it lets go of them; a filter dropped while
@@ -56,17 +26,6 @@ DeckFilter::~DeckFilter() {
     pin_->deactivate();
     delete pin_;
     control_->release();
-    if (clock_ != nullptr) {
-        clock_->Release();
-    }
-}
-
-HRESULT DeckFilter::GetClassID(CLSID* clsid) {
-    if (clsid == nullptr) {
-        return E_POINTER;
-    }
-    *clsid = clsid_virtual_deck;
-    return S_OK;
 }
 
 HRESULT DeckFilter::Stop() {
@@ -107,108 +66,13 @@ HRESULT DeckFilter::Run(REFERENCE_TIME) {
     return S_OK;
 }
 
-HRESULT DeckFilter::GetState(DWORD, FILTER_STATE* state) {
-    if (state == nullptr) {
-        return E_POINTER;
-    }
-    std::lock_guard lock(state_lock_);
-    *state = state_;
-    // A live source has nothing to show before it runs.
-    return state_ == State_Paused ? VFW_S_CANT_CUE : S_OK;
-}
-
-FILTER_STATE DeckFilter::state() {
-    std::lock_guard lock(state_lock_);
-    return state_;
-}
-
-HRESULT DeckFilter::SetSyncSource(IReferenceClock* clock) {
-    std::lock_guard lock(state_lock_);
-    if (clock != nullptr) {
-        clock->AddRef();
-    }
-    if (clock_ != nullptr) {
-        clock_->Release();
-    }
-    clock_ = clock;
-    return S_OK;
-}
-
-HRESULT DeckFilter::GetSyncSource(IReferenceClock** clock) {
-    if (clock == nullptr) {
-        return E_POINTER;
-    }
-    std::lock_guard lock(state_lock_);
-    *clock = clock_;
-    if (clock_ != nullptr) {
-        clock_->AddRef();
-    }
-    return S_OK;
-}
-
-HRESULT DeckFilter::EnumPins(IEnumPins** pins) {
-    if (pins == nullptr) {
-        return E_POINTER;
-    }
-    *pins = new PinList(pin_);
-    return S_OK;
-}
-
-HRESULT DeckFilter::FindPin(LPCWSTR id, IPin** pin) {
-    if (id == nullptr || pin == nullptr) {
-        return E_POINTER;
-    }
-    *pin = nullptr;
-    if (std::wcscmp(id, pin_id) != 0) {
-        return VFW_E_NOT_FOUND;
-    }
-    *pin = pin_;
-    pin_->AddRef();
-    return S_OK;
-}
-
-HRESULT DeckFilter::QueryFilterInfo(FILTER_INFO* info) {
-    if (info == nullptr) {
-        return E_POINTER;
-    }
-    std::lock_guard lock(state_lock_);
-    const std::size_t n = std::min<std::size_t>(name_.size(), MAX_FILTER_NAME - 1);
-    std::wmemcpy(info->achName, name_.c_str(), n);
-    info->achName[n] = L'\0';
-    info->pGraph = graph_;
-    if (graph_ != nullptr) {
-        graph_->AddRef();
-    }
-    return S_OK;
-}
-
-HRESULT DeckFilter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) {
-    IMediaEventSink* events = nullptr;
-    if (graph != nullptr &&
-        SUCCEEDED(graph->QueryInterface(IID_IMediaEventSink, reinterpret_cast<void**>(&events)))) {
-        // Kept without its count, as the graph itself is.
-        events->Release();
-    }
-    {
-        std::lock_guard lock(state_lock_);
-        graph_ = graph;
-        name_ = graph != nullptr && name != nullptr ? name : L"";
-    }
-    std::lock_guard lock(events_lock_);
-    events_ = events;
-    return S_OK;
-}
-
-HRESULT DeckFilter::QueryVendorInfo(LPWSTR* info) {
-    return task_string(L"Kestrel Capture virtual DV deck", info);
+IPin* DeckFilter::pin() {
+    return pin_;
 }
 
 void DeckFilter::notify_device_lost() {
-    std::lock_guard lock(events_lock_);
-    if (events_ != nullptr) {
-        auto* identity = static_cast<IUnknown*>(static_cast<IBaseFilter*>(this));
-        events_->Notify(EC_DEVICE_LOST, reinterpret_cast<LONG_PTR>(identity), 0);
-    }
+    // A removed device (param2 0) names itself by its filter's identity.
+    notify(EC_DEVICE_LOST, reinterpret_cast<LONG_PTR>(identity()), 0);
 }
 
 // ---- Device control: the deck's own control object answers, as on every platform ----------

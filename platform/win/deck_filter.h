@@ -17,7 +17,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/win/com_object.h"
+#include "platform/win/filter_base.h"
 // The deck's headers come after the Windows headers (platform/win/win32.h says why).
 #include "deck/vcr.h"
 #include "deck/vcr_control.h"
@@ -30,27 +30,15 @@ inline constexpr CLSID clsid_virtual_deck = {
 
 class DeckPin;
 
-class DeckFilter final
-    : public ComObject<IBaseFilter, IAMExtDevice, IAMExtTransport, IAMTimecodeReader> {
+class DeckFilter final : public FilterBase<IAMExtDevice, IAMExtTransport, IAMTimecodeReader> {
   public:
     // A new filter with one reference, the caller's, playing `vcr`.
     static DeckFilter* create(std::shared_ptr<deck::VirtualVcr> vcr);
 
-    // ---- IPersist, IMediaFilter
-    HRESULT STDMETHODCALLTYPE GetClassID(CLSID* clsid) override;
+    // ---- IMediaFilter
     HRESULT STDMETHODCALLTYPE Stop() override;
     HRESULT STDMETHODCALLTYPE Pause() override;
     HRESULT STDMETHODCALLTYPE Run(REFERENCE_TIME start) override;
-    HRESULT STDMETHODCALLTYPE GetState(DWORD timeout_ms, FILTER_STATE* state) override;
-    HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* clock) override;
-    HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock** clock) override;
-
-    // ---- IBaseFilter
-    HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** pins) override;
-    HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR id, IPin** pin) override;
-    HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO* info) override;
-    HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
-    HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
 
     // ---- IAMExtDevice and IAMExtTransport: both ask GetCapability with one signature, and
     // the deck answers both from the device's capabilities.
@@ -105,28 +93,17 @@ class DeckFilter final
     // ---- For the output pin
     deck::VirtualVcr& vcr() { return *vcr_; }
     deck::VcrControl& control() { return *control_; }
-    FILTER_STATE state();
     // Tells the graph, if the filter is in one, that the device has gone.
     void notify_device_lost();
 
   private:
     explicit DeckFilter(std::shared_ptr<deck::VirtualVcr> vcr);
     ~DeckFilter() override;
+    IPin* pin() override;
 
     std::shared_ptr<deck::VirtualVcr> vcr_;
     deck::VcrControl* control_;
     DeckPin* pin_;
-
-    // State changes, the clock, the graph and the name.
-    std::mutex state_lock_;
-    FILTER_STATE state_ = State_Stopped;
-    IReferenceClock* clock_ = nullptr;
-    // The graph and its event sink are not counted: the graph holds the filter, and a
-    // count back would keep both alive for ever.
-    IFilterGraph* graph_ = nullptr;
-    std::wstring name_;
-    std::mutex events_lock_;
-    IMediaEventSink* events_ = nullptr;
 };
 
 }  // namespace kc::win

@@ -94,8 +94,8 @@ HRESULT copy_media_type(const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE& out) {
 
 class MediaTypes final : public ItemList<IEnumMediaTypes, AM_MEDIA_TYPE> {
   public:
-    MediaTypes(const DeckFormats& formats, deck::DvSystem system, ULONG at = 0)
-        : ItemList(deck_media_type_count, at), formats_(formats), system_(system) {}
+    MediaTypes(const DeckFormats& formats, deck::DvSystem system, int first, ULONG at = 0)
+        : ItemList(deck_media_type_count, at), formats_(formats), system_(system), first_(first) {}
 
   private:
     HRESULT give(ULONG index, AM_MEDIA_TYPE** out) override {
@@ -103,8 +103,8 @@ class MediaTypes final : public ItemList<IEnumMediaTypes, AM_MEDIA_TYPE> {
         if (type == nullptr) {
             return E_OUTOFMEMORY;
         }
-        const HRESULT hr =
-            copy_media_type(deck_media_type(system_, formats_, static_cast<int>(index)), *type);
+        const HRESULT hr = copy_media_type(
+            deck_media_type(system_, formats_, index == 0 ? first_ : 1 - first_), *type);
         if (FAILED(hr)) {
             CoTaskMemFree(type);
             return hr;
@@ -112,10 +112,13 @@ class MediaTypes final : public ItemList<IEnumMediaTypes, AM_MEDIA_TYPE> {
         *out = type;
         return S_OK;
     }
-    IEnumMediaTypes* copy() override { return new MediaTypes(formats_, system_, position()); }
+    IEnumMediaTypes* copy() override {
+        return new MediaTypes(formats_, system_, first_, position());
+    }
 
     DeckFormats formats_;
     deck::DvSystem system_;
+    int first_;
 };
 
 }  // namespace
@@ -189,7 +192,8 @@ HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
     }
     DeckFormats formats = deck_formats(filter_.vcr().tape());
     HRESULT hr = VFW_E_NO_ACCEPTABLE_TYPES;
-    for (int index = 0; index < deck_media_type_count; ++index) {
+    for (int position = 0; position < deck_media_type_count; ++position) {
+        const int index = type_at(position);
         const AM_MEDIA_TYPE ours = deck_media_type(filter_.vcr().system(), formats, index);
         if (type != nullptr && !accepts(*type, ours)) {
             continue;
@@ -201,6 +205,44 @@ HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
         }
     }
     return type != nullptr && hr == VFW_E_NO_ACCEPTABLE_TYPES ? VFW_E_TYPE_NOT_ACCEPTED : hr;
+}
+
+int DeckPin::type_at(int position) {
+    // Asked once, of a multiplexer of the system's own, by offering it the interleaved
+    // type as this pin would connect with it.
+    static const int first = [this] {
+        bool takes = true;
+        IBaseFilter* mux = nullptr;
+        IEnumPins* pins = nullptr;
+        if (SUCCEEDED(CoCreateInstance(CLSID_AviDest, nullptr, CLSCTX_INPROC_SERVER,
+                                       IID_IBaseFilter, reinterpret_cast<void**>(&mux))) &&
+            SUCCEEDED(mux->EnumPins(&pins))) {
+            IPin* pin = nullptr;
+            while (pins->Next(1, &pin, nullptr) == S_OK) {
+                PIN_DIRECTION direction = PINDIR_OUTPUT;
+                if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_INPUT) {
+                    DeckFormats formats = deck_formats(filter_.vcr().tape());
+                    const AM_MEDIA_TYPE interleaved =
+                        deck_media_type(filter_.vcr().system(), formats, 0);
+                    takes = SUCCEEDED(pin->ReceiveConnection(this, &interleaved));
+                    if (takes) {
+                        pin->Disconnect();
+                    }
+                    pin->Release();
+                    break;
+                }
+                pin->Release();
+            }
+        }
+        if (pins != nullptr) {
+            pins->Release();
+        }
+        if (mux != nullptr) {
+            mux->Release();
+        }
+        return takes ? 0 : 1;
+    }();
+    return position == 0 ? first : 1 - first;
 }
 
 HRESULT DeckPin::try_connection(IPin* receiver, const AM_MEDIA_TYPE& type) {
@@ -362,7 +404,7 @@ HRESULT DeckPin::EnumMediaTypes(IEnumMediaTypes** types) {
     if (types == nullptr) {
         return E_POINTER;
     }
-    *types = new MediaTypes(deck_formats(filter_.vcr().tape()), filter_.vcr().system());
+    *types = new MediaTypes(deck_formats(filter_.vcr().tape()), filter_.vcr().system(), type_at(0));
     return S_OK;
 }
 

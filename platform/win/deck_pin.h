@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/win/com_object.h"
+#include "platform/win/filter_base.h"
 // The deck's headers come after the Windows headers (platform/win/win32.h says why).
 #include "deck/vcr.h"
 
@@ -37,63 +37,14 @@ struct DeckFormats {
 };
 DeckFormats deck_formats(const deck::TapeImage& tape);
 
-// The pin's media types, best first: interleaved DV, as a DV device gives it; then the
-// same frames as a DV video stream, for a multiplexer that takes no interleaved stream
-// (Wine's), whose file then holds one "dvsd" video stream of the very same frames. The
-// format block points into `formats`, which must outlive the type.
+// The pin's media types by index: 0 interleaved DV, as a DV device gives it; 1 the same
+// frames as a DV video stream. The pin offers the interleaved type first, unless the
+// system's AVI multiplexer takes no interleaved stream (Wine's): then a capture could not
+// be written at all, and the video type comes first, so that the file holds one "dvsd"
+// video stream of the very same frames. The format block points into `formats`, which
+// must outlive the type.
 inline constexpr int deck_media_type_count = 2;
 AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int index);
-
-// An enumerator handing out `size` items in order; `give` makes the item at an index for
-// the caller.
-template <class Interface, class Item>
-class ItemList : public ComObject<Interface> {
-  public:
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, Item** items, ULONG* fetched) override {
-        if (items == nullptr || (count > 1 && fetched == nullptr)) {
-            return E_POINTER;
-        }
-        ULONG given = 0;
-        while (given < count && at_ < size_) {
-            const HRESULT hr = give(at_, &items[given]);
-            if (FAILED(hr)) {
-                return hr;
-            }
-            ++given;
-            ++at_;
-        }
-        if (fetched != nullptr) {
-            *fetched = given;
-        }
-        return given == count ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        const ULONG left = size_ - at_;
-        at_ += count < left ? count : left;
-        return count <= left ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        at_ = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
-        if (out == nullptr) {
-            return E_POINTER;
-        }
-        *out = copy();
-        return S_OK;
-    }
-
-  protected:
-    ItemList(ULONG size, ULONG at) : size_(size), at_(at) {}
-    virtual HRESULT give(ULONG index, Item** out) = 0;
-    virtual Interface* copy() = 0;
-    ULONG position() const { return at_; }
-
-  private:
-    const ULONG size_;
-    ULONG at_;
-};
 
 class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
   public:
@@ -143,6 +94,8 @@ class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
 
   private:
     HRESULT try_connection(IPin* receiver, const AM_MEDIA_TYPE& type);
+    // The index of the media type offered at `position`.
+    int type_at(int position);
     HRESULT decide_allocator(IPin* receiver);
     void release_connection();
     void stream();

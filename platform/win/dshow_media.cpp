@@ -1,6 +1,7 @@
 #include "platform/win/dshow_media.h"
 
 #include "platform/win/deck_device.h"
+#include "platform/win/stream_writer.h"
 
 #include <olectl.h>
 
@@ -638,8 +639,7 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         }
         Ref<IBaseFilter> writer;
         if (SUCCEEDED(hr)) {
-            hr = CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                  writer.out_void());
+            hr = make_file_writer(writer.out());
         }
         if (SUCCEEDED(hr)) {
             hr = writer->QueryInterface(IID_IFileSinkFilter, sink.out_void());
