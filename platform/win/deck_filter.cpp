@@ -1,21 +1,14 @@
 #include "platform/win/deck_filter.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "platform/win/deck_pin.h"
 
 namespace kc::win {
-namespace {
-constexpr const wchar_t* pin_id = L"DV A/V Out";
-}  // namespace
-
 DeckFilter* DeckFilter::create(std::shared_ptr<deck::VirtualVcr> vcr) {
     return new DeckFilter(std::move(vcr));
 }
 
 DeckFilter::DeckFilter(std::shared_ptr<deck::VirtualVcr> vcr)
-    : FilterBase(clsid_virtual_deck, pin_id, true),
+    : FilterBase(clsid_virtual_deck, deck_pin_id, true),
       vcr_(vcr),
       control_(deck::VcrControl::create(std::move(vcr))),
       pin_(new DeckPin(*this)) {}

@@ -14,8 +14,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
-#include <string>
 
 #include "platform/win/filter_base.h"
 // The deck's headers come after the Windows headers (platform/win/win32.h says why).

@@ -8,7 +8,6 @@
 namespace kc::win {
 namespace {
 
-constexpr const wchar_t* pin_name = L"DV A/V Out";
 // Buffers between the deck and downstream: enough for a writer that stalls for a
 // moment without the paced deck losing frames.
 constexpr long buffers_wanted = 8;
@@ -328,16 +327,8 @@ HRESULT DeckPin::Disconnect() {
 }
 
 HRESULT DeckPin::ConnectedTo(IPin** pin) {
-    if (pin == nullptr) {
-        return E_POINTER;
-    }
     std::lock_guard lock(connection_lock_);
-    *pin = peer_;
-    if (peer_ == nullptr) {
-        return VFW_E_NOT_CONNECTED;
-    }
-    peer_->AddRef();
-    return S_OK;
+    return give_reference(peer_, pin, VFW_E_NOT_CONNECTED);
 }
 
 HRESULT DeckPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
@@ -361,7 +352,7 @@ HRESULT DeckPin::QueryPinInfo(PIN_INFO* info) {
     info->pFilter = &filter_;
     filter_.AddRef();
     info->dir = PINDIR_OUTPUT;
-    std::wcsncpy(info->achName, pin_name, MAX_PIN_NAME);
+    std::wcsncpy(info->achName, deck_pin_id, MAX_PIN_NAME);
     info->achName[MAX_PIN_NAME - 1] = L'\0';
     return S_OK;
 }
@@ -375,16 +366,7 @@ HRESULT DeckPin::QueryDirection(PIN_DIRECTION* direction) {
 }
 
 HRESULT DeckPin::QueryId(LPWSTR* id) {
-    if (id == nullptr) {
-        return E_POINTER;
-    }
-    const std::size_t bytes = (std::wcslen(pin_name) + 1) * sizeof(wchar_t);
-    *id = static_cast<LPWSTR>(CoTaskMemAlloc(bytes));
-    if (*id == nullptr) {
-        return E_OUTOFMEMORY;
-    }
-    std::memcpy(*id, pin_name, bytes);
-    return S_OK;
+    return task_string(deck_pin_id, id);
 }
 
 HRESULT DeckPin::QueryAccept(const AM_MEDIA_TYPE* type) {

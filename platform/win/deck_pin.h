@@ -30,6 +30,9 @@ namespace kc::win {
 
 class DeckFilter;
 
+// The pin's name and id.
+inline constexpr const wchar_t* deck_pin_id = L"DV A/V Out";
+
 // The formats of a tape's media types: its DVINFO, and the same frames seen as video.
 struct DeckFormats {
     DVINFO dv{};

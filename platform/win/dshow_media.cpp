@@ -627,7 +627,8 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         builder()->SetOutputFileName(&MEDIASUBTYPE_Avi, file.c_str(), mux.out(), sink.out());
     if (hr == E_NOTIMPL) {
         // Wine's builder does not make the file end of a capture graph. The same two
-        // filters, put in and joined by hand, give the graph the system would have built.
+        // filters, put in and joined by hand, give the graph the system would have built
+        // (the writer one that takes the multiplexer's way of writing, stream_writer.h).
         Ref<IGraphBuilder> filters;
         hr = builder()->GetFiltergraph(filters.out());
         if (SUCCEEDED(hr)) {

@@ -28,6 +28,20 @@ inline HRESULT task_string(const wchar_t* text, LPWSTR* out) {
     return S_OK;
 }
 
+// Hands the caller a counted reference to `held`: S_OK, or `if_none` when nothing is held.
+template <class T>
+HRESULT give_reference(T* held, T** out, HRESULT if_none) {
+    if (out == nullptr) {
+        return E_POINTER;
+    }
+    *out = held;
+    if (held == nullptr) {
+        return if_none;
+    }
+    held->AddRef();
+    return S_OK;
+}
+
 // An enumerator handing out `size` items in order; `give` makes the item at an index for
 // the caller.
 template <class Interface, class Item>
@@ -127,15 +141,8 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock** clock) override {
-        if (clock == nullptr) {
-            return E_POINTER;
-        }
         std::lock_guard lock(state_lock_);
-        *clock = clock_;
-        if (clock_ != nullptr) {
-            clock_->AddRef();
-        }
-        return S_OK;
+        return give_reference(clock_, clock, S_OK);
     }
     HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** pins) override {
         if (pins == nullptr) {

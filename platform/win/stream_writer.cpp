@@ -60,16 +60,8 @@ class WriterPin final : public ComObject<IPin, IMemInputPin, IStream> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE ConnectedTo(IPin** pin) override {
-        if (pin == nullptr) {
-            return E_POINTER;
-        }
         std::lock_guard lock(lock_);
-        *pin = peer_;
-        if (peer_ == nullptr) {
-            return VFW_E_NOT_CONNECTED;
-        }
-        peer_->AddRef();
-        return S_OK;
+        return give_reference(peer_, pin, VFW_E_NOT_CONNECTED);
     }
     HRESULT STDMETHODCALLTYPE ConnectionMediaType(AM_MEDIA_TYPE* type) override {
         if (type == nullptr) {
