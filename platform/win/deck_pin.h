@@ -22,9 +22,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/win/filter_base.h"
-// The deck's headers come after the Windows headers (platform/win/win32.h says why).
 #include "deck/vcr.h"
+#include "platform/win/deck_media_types.h"
+#include "platform/win/filter_base.h"
 
 namespace kc::win {
 
@@ -32,22 +32,6 @@ class DeckFilter;
 
 // The pin's name and id.
 inline constexpr const wchar_t* deck_pin_id = L"DV A/V Out";
-
-// The formats of a tape's media types: its DVINFO, and the same frames seen as video.
-struct DeckFormats {
-    DVINFO dv{};
-    VIDEOINFOHEADER video{};
-};
-DeckFormats deck_formats(const deck::TapeImage& tape);
-
-// The pin's media types by index: 0 interleaved DV, as a DV device gives it; 1 the same
-// frames as a DV video stream. The pin offers the interleaved type first, unless the
-// system's AVI multiplexer takes no interleaved stream (Wine's): then a capture could not
-// be written at all, and the video type comes first, so that the file holds one "dvsd"
-// video stream of the very same frames. The format block points into `formats`, which
-// must outlive the type.
-inline constexpr int deck_media_type_count = 2;
-AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int index);
 
 class DeckPin final : public ComObject<IPin, IKsPropertySet, IAMDroppedFrames> {
   public:
