@@ -199,15 +199,7 @@ HRESULT DeckPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
 }
 
 HRESULT DeckPin::QueryPinInfo(PIN_INFO* info) {
-    if (info == nullptr) {
-        return E_POINTER;
-    }
-    info->pFilter = &filter_;
-    filter_.AddRef();
-    info->dir = PINDIR_OUTPUT;
-    std::wcsncpy(info->achName, deck_pin_id, MAX_PIN_NAME);
-    info->achName[MAX_PIN_NAME - 1] = L'\0';
-    return S_OK;
+    return pin_info(info, &filter_, PINDIR_OUTPUT, deck_pin_id);
 }
 
 HRESULT DeckPin::QueryDirection(PIN_DIRECTION* direction) {

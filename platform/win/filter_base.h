@@ -42,6 +42,20 @@ HRESULT give_reference(T* held, T** out, HRESULT if_none) {
     return S_OK;
 }
 
+// A pin's answer to QueryPinInfo: its filter (counted), direction and name.
+inline HRESULT pin_info(PIN_INFO* info, IBaseFilter* filter, PIN_DIRECTION direction,
+                        const wchar_t* name) {
+    if (info == nullptr) {
+        return E_POINTER;
+    }
+    info->pFilter = filter;
+    filter->AddRef();
+    info->dir = direction;
+    std::wcsncpy(info->achName, name, MAX_PIN_NAME - 1);
+    info->achName[MAX_PIN_NAME - 1] = L'\0';
+    return S_OK;
+}
+
 // An enumerator handing out `size` items in order; `give` makes the item at an index for
 // the caller.
 template <class Interface, class Item>

@@ -320,14 +320,7 @@ ULONG WriterPin::Release() {
     return filter_.Release();
 }
 HRESULT WriterPin::QueryPinInfo(PIN_INFO* info) {
-    if (info == nullptr) {
-        return E_POINTER;
-    }
-    info->pFilter = &filter_;
-    filter_.AddRef();
-    info->dir = PINDIR_INPUT;
-    std::wcsncpy(info->achName, writer_pin_id, MAX_PIN_NAME);
-    return S_OK;
+    return pin_info(info, &filter_, PINDIR_INPUT, writer_pin_id);
 }
 HRESULT WriterPin::EndOfStream() {
     filter_.end_of_stream();
