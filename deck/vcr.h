@@ -141,6 +141,8 @@ class VirtualVcr {
     std::shared_ptr<const TapeImage> tape_image() const { return tape_; }
     DvSystem system() const { return tape_->system(); }
     Pacing pacing() const { return options_.pacing; }
+    // The time the deck runs on: frames' due times are on it.
+    const Clock& clock() const { return clock_; }
     // Winding and searching speed from the next command on (tests make seeks take longer
     // or shorter); at least 1.
     void set_wind_speed(int speed);

@@ -1,9 +1,8 @@
 #include "deck/gst/deck_provider.h"
 
-#include <cstdlib>
 #include <mutex>
-#include <system_error>
 
+#include "deck/deck_setup.h"
 #include "deck/gst/deck_source.h"
 #include "deck/vcr_control.h"
 #include "platform/gst/source_provider.h"
@@ -21,7 +20,7 @@ class DeckDevice final : public gst::SourceDevice {
     DeckDevice(std::shared_ptr<VirtualVcr> vcr, std::string label)
         : vcr_(std::move(vcr)), label_(std::move(label)) {}
 
-    std::string friendly_name() const override { return "Virtual DV deck (" + label() + ")"; }
+    std::string friendly_name() const override { return deck_friendly_name(label()); }
     std::string device_path() const override { return "kestrel-virtual-deck:" + label(); }
     GstElement* create_source() override { return make_deck_source(vcr()); }
     Unknown* control() override {
@@ -62,28 +61,19 @@ class DeckProvider final : public gst::SourceProvider {
     std::shared_ptr<gst::SourceDevice> device_;
 };
 
-std::string label_of(const std::string& value) {
-    if (value == "demo" || value == "demo-ntsc") {
-        return value;
-    }
-    return std::filesystem::path(value).filename().string();
-}
-
 }  // namespace
 
 bool register_virtual_deck(std::string& error) {
-    const char* value = std::getenv("KESTREL_VIRTUAL_DECK");
-    if (value == nullptr || *value == '\0' || registered()) {
+    const auto request = requested_deck();
+    if (!request || registered()) {
         return true;
     }
-    const char* unpaced = std::getenv("KESTREL_VIRTUAL_DECK_UNPACED");
-    const bool fast = unpaced != nullptr && std::string(unpaced) == "1";
-    auto vcr = open_virtual_deck(value, fast, error);
+    auto vcr = open_virtual_deck(request->value, request->unpaced, error);
     if (!vcr) {
         return false;
     }
     registered() = vcr;
-    registered_device() = std::make_shared<DeckDevice>(vcr, label_of(value));
+    registered_device() = std::make_shared<DeckDevice>(vcr, deck_label(request->value));
     gst::add_source_provider(std::make_shared<DeckProvider>(registered_device()));
     return true;
 }
@@ -95,7 +85,7 @@ std::shared_ptr<VirtualVcr> registered_virtual_deck() {
 void insert_tape(std::shared_ptr<VirtualVcr> vcr, const std::string& value) {
     if (registered_device()) {
         registered() = vcr;
-        registered_device()->insert(std::move(vcr), label_of(value));
+        registered_device()->insert(std::move(vcr), deck_label(value));
     }
 }
 

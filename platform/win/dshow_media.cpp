@@ -1,5 +1,8 @@
 #include "platform/win/dshow_media.h"
 
+#include "platform/win/deck_device.h"
+#include "platform/win/stream_writer.h"
+
 #include <olectl.h>
 
 #include <array>
@@ -381,9 +384,11 @@ class DsObject final : public media::BaseFilter,
                                     std::uint32_t flags) override {
         *out = nullptr;
         Ref<IEnumMoniker> monikers;
-        const HRESULT hr =
-            com<ICreateDevEnum>(Iid::create_dev_enum)
-                ->CreateClassEnumerator(category_clsid(category), monikers.out(), flags);
+        HRESULT hr = com<ICreateDevEnum>(Iid::create_dev_enum)
+                         ->CreateClassEnumerator(category_clsid(category), monikers.out(), flags);
+        if (category == media::DeviceCategory::video_input) {
+            hr = list_virtual_deck(hr, monikers.out());
+        }
         // S_FALSE: the category is empty, and there is no enumerator.
         if (hr != S_OK || monikers.get() == nullptr) {
             return hr;
@@ -622,7 +627,8 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         builder()->SetOutputFileName(&MEDIASUBTYPE_Avi, file.c_str(), mux.out(), sink.out());
     if (hr == E_NOTIMPL) {
         // Wine's builder does not make the file end of a capture graph. The same two
-        // filters, put in and joined by hand, give the graph the system would have built.
+        // filters, put in and joined by hand, give the graph the system would have built
+        // (the writer one that takes the multiplexer's way of writing, stream_writer.h).
         Ref<IGraphBuilder> filters;
         hr = builder()->GetFiltergraph(filters.out());
         if (SUCCEEDED(hr)) {
@@ -634,8 +640,7 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         }
         Ref<IBaseFilter> writer;
         if (SUCCEEDED(hr)) {
-            hr = CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                  writer.out_void());
+            hr = make_file_writer(writer.out());
         }
         if (SUCCEEDED(hr)) {
             hr = writer->QueryInterface(IID_IFileSinkFilter, sink.out_void());
