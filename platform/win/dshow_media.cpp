@@ -186,6 +186,9 @@ class DsObject final : public media::BaseFilter,
     DsObject& operator=(const DsObject&) = delete;
 
     Unknown* self() { return static_cast<Unknown*>(static_cast<media::BaseFilter*>(this)); }
+    // A multiplexer that runs in no other mode (Wine's): every mode asked for is full
+    // interleaving, which still writes every stream of the file.
+    bool full_interleaving_only = false;
     IUnknown* com_identity() const { return identity; }
 
     // The object's DirectShow interface for `iid`, asked for once and kept; no reference
@@ -300,7 +303,8 @@ class DsObject final : public media::BaseFilter,
     }
     HRESULT put_mode(int mode) override {
         return com<IConfigInterleaving>(Iid::config_interleaving)
-            ->put_Mode(static_cast<InterleavingMode>(mode));
+            ->put_Mode(full_interleaving_only ? INTERLEAVE_FULL
+                                              : static_cast<InterleavingMode>(mode));
     }
     HRESULT get_cur_file(std::string& path) override {
         LPOLESTR name = nullptr;
@@ -621,6 +625,7 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         *sink_out = nullptr;
     }
     const std::wstring file = wide(path);
+    bool full_interleaving_mux = false;
     Ref<IBaseFilter> mux;
     Ref<IFileSinkFilter> sink;
     HRESULT hr =
@@ -637,6 +642,14 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         }
         if (SUCCEEDED(hr)) {
             hr = filters->AddFilter(mux.get(), L"AVI Mux");
+        }
+        if (SUCCEEDED(hr)) {
+            // Wine's multiplexer refuses to run in any other mode, its default among them.
+            Ref<IConfigInterleaving> interleaving;
+            if (SUCCEEDED(mux->QueryInterface(IID_IConfigInterleaving, interleaving.out_void()))) {
+                interleaving->put_Mode(INTERLEAVE_FULL);
+                full_interleaving_mux = true;
+            }
         }
         Ref<IBaseFilter> writer;
         if (SUCCEEDED(hr)) {
@@ -677,6 +690,9 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         return hr;
     }
     hr = identities.wrap(mux.get(), Iid::base_filter, reinterpret_cast<void**>(mux_out));
+    if (SUCCEEDED(hr) && full_interleaving_mux) {
+        ours(*mux_out)->full_interleaving_only = true;
+    }
     if (SUCCEEDED(hr) && sink_out != nullptr) {
         hr = identities.wrap(sink.get(), Iid::file_sink, reinterpret_cast<void**>(sink_out));
     }
