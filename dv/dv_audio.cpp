@@ -120,6 +120,26 @@ std::int16_t expand_12bit(int code) {
                                                : -1 - expand_positive(-1 - code));
 }
 
+std::optional<AudioFormat> audio_format_of_pack(std::span<const std::uint8_t, 5> pack,
+                                                DvSystem system) {
+    static constexpr int rates[] = {48000, 44100, 32000};
+    const int smp = (pack[4] >> 3) & 7;
+    const int qu = pack[4] & 7;
+    if (pack[0] != pack_aaux_source || smp > 2 || qu > 1) {
+        return std::nullopt;
+    }
+    AudioFormat format;
+    format.sample_rate = rates[smp];
+    format.quantization = qu == 0 ? AudioQuantization::linear_16 : AudioQuantization::nonlinear_12;
+    format.samples = min_audio_samples(system, format.sample_rate) + (pack[1] & 0x3F);
+    format.locked = (pack[1] & 0x80) == 0;
+    format.channels = qu == 1 && ((pack[2] >> 5) & 3) == 1 ? 4 : 2;
+    if (format.samples > max_audio_samples(system, format.sample_rate)) {
+        return std::nullopt;
+    }
+    return format;
+}
+
 std::optional<AudioFormat> read_audio_format(std::span<const std::uint8_t> frame, DvSystem system) {
     if (frame.size() < frame_bytes(system)) {
         return std::nullopt;
@@ -128,24 +148,11 @@ std::optional<AudioFormat> read_audio_format(std::span<const std::uint8_t> frame
     if (pack == nullptr) {
         return std::nullopt;
     }
-    static constexpr int rates[] = {48000, 44100, 32000};
-    const int smp = (pack[4] >> 3) & 7;
-    const int qu = pack[4] & 7;
-    if (smp > 2 || qu > 1) {
-        return std::nullopt;
-    }
-    AudioFormat format;
-    format.sample_rate = rates[smp];
-    format.quantization = qu == 0 ? AudioQuantization::linear_16 : AudioQuantization::nonlinear_12;
-    format.samples = min_audio_samples(system, format.sample_rate) + (pack[1] & 0x3F);
-    format.locked = (pack[1] & 0x80) == 0;
-    // 12-bit blocks may hold a pair each; the second pair counts when its blocks say they
-    // carry something.
-    const bool pairs = ((pack[2] >> 5) & 3) == 1;
+    auto format = audio_format_of_pack(std::span<const std::uint8_t, 5>(pack, 5), system);
+    // The second pair counts when its blocks say they carry something.
     const std::uint8_t* second = find_source_pack(frame, system, 1);
-    format.channels = qu == 1 && pairs && second != nullptr && (second[2] & 0x0F) != 0x0F ? 4 : 2;
-    if (format.samples > max_audio_samples(system, format.sample_rate)) {
-        return std::nullopt;
+    if (format && (second == nullptr || (second[2] & 0x0F) == 0x0F)) {
+        format->channels = 2;
     }
     return format;
 }

@@ -52,6 +52,12 @@ struct AudioFormat {
 int min_audio_samples(DvSystem system, int sample_rate);
 int max_audio_samples(DvSystem system, int sample_rate);
 
+// The format an AAUX source pack (its five bytes, the header 0x50 first) announces for a
+// frame of `system`, counting 4 channels whenever 12-bit blocks hold pairs; empty as
+// read_audio_format.
+std::optional<AudioFormat> audio_format_of_pack(std::span<const std::uint8_t, 5> pack,
+                                                DvSystem system);
+
 // The format the first AAUX source pack of the first channel block announces; empty when
 // there is none or it names a rate, quantisation or sample count DV does not know.
 std::optional<AudioFormat> read_audio_format(std::span<const std::uint8_t> frame, DvSystem system);
