@@ -15,14 +15,11 @@ constexpr CLSID clsid_dv_video_decoder = {
 
 class DvDecoder : public PushFilter {
   public:
-    DvDecoder() : PushFilter(clsid_dv_video_decoder, L"XForm In", {L"XForm Out"}) {}
+    DvDecoder()
+        : PushFilter(clsid_dv_video_decoder, MEDIATYPE_Video, MEDIASUBTYPE_dvsd, L"XForm In",
+                     {L"XForm Out"}) {}
 
   protected:
-    bool accept_input(const AM_MEDIA_TYPE& type) override {
-        return IsEqualGUID(type.majortype, MEDIATYPE_Video) &&
-               IsEqualGUID(type.subtype, MEDIASUBTYPE_dvsd);
-    }
-
     // The system from the picture height, 625-50 unless it says 480 lines.
     void input_connected(const AM_MEDIA_TYPE& type) override {
         system_ = dv::DvSystem::pal_625_50;
@@ -40,19 +37,8 @@ class DvDecoder : public PushFilter {
     bool output_type(std::size_t, AM_MEDIA_TYPE& type) override {
         const int width = dv::dc_image_width(system_);
         const int height = dv::dc_image_height(system_);
-        type.majortype = MEDIATYPE_Video;
-        type.subtype = MEDIASUBTYPE_RGB32;
-        type.bFixedSizeSamples = TRUE;
-        type.lSampleSize = static_cast<ULONG>(width * height * 4);
-        auto* vih = new_format<VIDEOINFOHEADER>(type, FORMAT_VideoInfo);
-        vih->AvgTimePerFrame = frame_time_;
-        vih->bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
-        vih->bmiHeader.biWidth = width;
-        vih->bmiHeader.biHeight = height;  // positive: bottom row first
-        vih->bmiHeader.biPlanes = 1;
-        vih->bmiHeader.biBitCount = 32;
-        vih->bmiHeader.biCompression = BI_RGB;
-        vih->bmiHeader.biSizeImage = type.lSampleSize;
+        set_video_type(type, MEDIASUBTYPE_RGB32, static_cast<ULONG>(width * height * 4), width,
+                       height, 32, BI_RGB, frame_time_);
         return true;
     }
 

@@ -21,14 +21,11 @@ std::array<std::uint8_t, 5> pack_of(std::uint8_t header, DWORD data) {
 
 class DvSplitter : public PushFilter {
   public:
-    DvSplitter() : PushFilter(CLSID_DVSplitter, L"Input", {L"DVVidOut0", L"AudOut00"}) {}
+    DvSplitter()
+        : PushFilter(CLSID_DVSplitter, MEDIATYPE_Interleaved, MEDIASUBTYPE_dvsd, L"Input",
+                     {L"DVVidOut0", L"AudOut00"}) {}
 
   protected:
-    bool accept_input(const AM_MEDIA_TYPE& type) override {
-        return IsEqualGUID(type.majortype, MEDIATYPE_Interleaved) &&
-               IsEqualGUID(type.subtype, MEDIASUBTYPE_dvsd);
-    }
-
     // The system from the VAUX source pack (50/60 flag, bit 5 of PC3) and the sound from
     // the AAUX source pack of the input's DVINFO; 625-50 with 48 kHz sound without one.
     void input_connected(const AM_MEDIA_TYPE& type) override {
@@ -48,23 +45,14 @@ class DvSplitter : public PushFilter {
     }
 
     bool output_type(std::size_t output, AM_MEDIA_TYPE& type) override {
-        type.bFixedSizeSamples = TRUE;
         if (output == video_output) {
-            type.majortype = MEDIATYPE_Video;
-            type.subtype = MEDIASUBTYPE_dvsd;
-            type.lSampleSize = static_cast<ULONG>(dv::frame_bytes(system_));
-            auto* vih = new_format<VIDEOINFOHEADER>(type, FORMAT_VideoInfo);
             const dv::FrameRate rate = dv::frame_rate(system_);
-            vih->AvgTimePerFrame = 10'000'000 * rate.den / rate.num;
-            vih->bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
-            vih->bmiHeader.biWidth = 720;
-            vih->bmiHeader.biHeight = system_ == dv::DvSystem::pal_625_50 ? 576 : 480;
-            vih->bmiHeader.biPlanes = 1;
-            vih->bmiHeader.biBitCount = 24;
-            vih->bmiHeader.biCompression = MAKEFOURCC('d', 'v', 's', 'd');
-            vih->bmiHeader.biSizeImage = type.lSampleSize;
+            set_video_type(type, MEDIASUBTYPE_dvsd, static_cast<ULONG>(dv::frame_bytes(system_)),
+                           720, system_ == dv::DvSystem::pal_625_50 ? 576 : 480, 24,
+                           MAKEFOURCC('d', 'v', 's', 'd'), 10'000'000 * rate.den / rate.num);
             return true;
         }
+        type.bFixedSizeSamples = TRUE;
         type.majortype = MEDIATYPE_Audio;
         type.subtype = MEDIASUBTYPE_PCM;
         // The most samples a frame may carry at this rate, two channels of two bytes.

@@ -29,6 +29,23 @@ void free_media_type(AM_MEDIA_TYPE& type) {
     type = AM_MEDIA_TYPE{};
 }
 
+void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
+                    WORD bits, DWORD compression, REFERENCE_TIME frame_time) {
+    type.majortype = MEDIATYPE_Video;
+    type.subtype = subtype;
+    type.bFixedSizeSamples = TRUE;
+    type.lSampleSize = bytes;
+    auto* vih = new_format<VIDEOINFOHEADER>(type, FORMAT_VideoInfo);
+    vih->AvgTimePerFrame = frame_time;
+    vih->bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
+    vih->bmiHeader.biWidth = width;
+    vih->bmiHeader.biHeight = height;
+    vih->bmiHeader.biPlanes = 1;
+    vih->bmiHeader.biBitCount = bits;
+    vih->bmiHeader.biCompression = compression;
+    vih->bmiHeader.biSizeImage = bytes;
+}
+
 namespace {
 
 // Whether `offered` fits what a caller asked for in `wanted`, whose null GUIDs stand for
@@ -53,18 +70,21 @@ wchar_t* task_copy(const std::wstring& text) {
     return out;
 }
 
-class PinEnum : public ComObject<IEnumPins> {
+// DirectShow's enumerators over pins and media types: a list of their own, each item
+// handed out as its own reference or copy.
+template <class Interface, class Items>
+class ListEnum : public ComObject<Interface> {
   public:
-    PinEnum(std::vector<IPin*> pins, std::size_t at) : pins_(std::move(pins)), at_(at) {
-        for (IPin* pin : pins_) {
-            pin->AddRef();
+    using Stored = typename Items::Stored;
+    ListEnum(const std::vector<Stored>& items, std::size_t at) : at_(at) {
+        for (const Stored& item : items) {
+            items_.push_back(Items::keep(item));
         }
     }
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, IPin** out, ULONG* fetched) override {
+    HRESULT STDMETHODCALLTYPE Next(ULONG count, typename Items::Out* out, ULONG* fetched) override {
         ULONG n = 0;
-        for (; n < count && at_ < pins_.size(); ++n, ++at_) {
-            out[n] = pins_[at_];
-            out[n]->AddRef();
+        for (; n < count && at_ < items_.size(); ++n, ++at_) {
+            out[n] = Items::hand_out(items_[at_]);
         }
         if (fetched != nullptr) {
             *fetched = n;
@@ -73,67 +93,58 @@ class PinEnum : public ComObject<IEnumPins> {
     }
     HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
         at_ += count;
-        return at_ <= pins_.size() ? S_OK : S_FALSE;
+        return at_ <= items_.size() ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE Reset() override {
         at_ = 0;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumPins** out) override {
-        *out = new PinEnum(pins_, at_);
+    HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
+        *out = new ListEnum(items_, at_);
         return S_OK;
     }
 
   private:
-    ~PinEnum() override {
-        for (IPin* pin : pins_) {
-            pin->Release();
+    ~ListEnum() override {
+        for (Stored& item : items_) {
+            Items::drop(item);
         }
     }
-    std::vector<IPin*> pins_;
+    std::vector<Stored> items_;
     std::size_t at_;
 };
 
-class TypeEnum : public ComObject<IEnumMediaTypes> {
-  public:
-    TypeEnum(const std::vector<AM_MEDIA_TYPE>& types, std::size_t at) : at_(at) {
-        for (const AM_MEDIA_TYPE& t : types) {
-            copy_media_type(t, types_.emplace_back());
-        }
+struct PinItems {
+    using Stored = IPin*;
+    using Out = IPin*;
+    static IPin* keep(IPin* pin) {
+        pin->AddRef();
+        return pin;
     }
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, AM_MEDIA_TYPE** out, ULONG* fetched) override {
-        ULONG n = 0;
-        for (; n < count && at_ < types_.size(); ++n, ++at_) {
-            out[n] = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-            copy_media_type(types_[at_], *out[n]);
-        }
-        if (fetched != nullptr) {
-            *fetched = n;
-        }
-        return n == count ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        at_ += count;
-        return at_ <= types_.size() ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        at_ = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes** out) override {
-        *out = new TypeEnum(types_, at_);
-        return S_OK;
-    }
-
-  private:
-    ~TypeEnum() override {
-        for (AM_MEDIA_TYPE& t : types_) {
-            free_media_type(t);
-        }
-    }
-    std::vector<AM_MEDIA_TYPE> types_;
-    std::size_t at_;
+    static IPin* hand_out(IPin* pin) { return keep(pin); }
+    static void drop(IPin* pin) { pin->Release(); }
 };
+
+struct TypeItems {
+    using Stored = AM_MEDIA_TYPE;
+    using Out = AM_MEDIA_TYPE*;
+    static AM_MEDIA_TYPE keep(const AM_MEDIA_TYPE& type) {
+        AM_MEDIA_TYPE copy;
+        copy_media_type(type, copy);
+        return copy;
+    }
+    static AM_MEDIA_TYPE* hand_out(const AM_MEDIA_TYPE& type) {
+        auto* copy = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
+        if (copy != nullptr) {
+            copy_media_type(type, *copy);
+        }
+        return copy;
+    }
+    static void drop(AM_MEDIA_TYPE& type) { free_media_type(type); }
+};
+
+using PinEnum = ListEnum<IEnumPins, PinItems>;
+using TypeEnum = ListEnum<IEnumMediaTypes, TypeItems>;
 
 }  // namespace
 
@@ -196,6 +207,14 @@ class PushPin : public ComObject<IPin, Extra...> {
     IPin* peer() const { return peer_; }
 
   protected:
+    // Called with the filter's lock held.
+    HRESULT can_connect() const {
+        if (peer_ != nullptr) {
+            return VFW_E_ALREADY_CONNECTED;
+        }
+        return filter_->state_ == State_Stopped ? S_OK : VFW_E_NOT_STOPPED;
+    }
+
     PushFilter* filter_;
     std::wstring name_;
     PIN_DIRECTION direction_;
@@ -214,11 +233,8 @@ class PushOutputPin : public PushPin<> {
             return E_POINTER;
         }
         std::lock_guard lock(filter_->mutex_);
-        if (peer_ != nullptr) {
-            return VFW_E_ALREADY_CONNECTED;
-        }
-        if (filter_->state_ != State_Stopped) {
-            return VFW_E_NOT_STOPPED;
+        if (const HRESULT hr = can_connect(); FAILED(hr)) {
+            return hr;
         }
         AM_MEDIA_TYPE type{};
         if (!filter_->output_type(index_, type) || !fits(type, wanted)) {
@@ -326,11 +342,8 @@ class PushInputPin : public PushPin<IMemInputPin> {
             return E_POINTER;
         }
         std::lock_guard lock(filter_->mutex_);
-        if (peer_ != nullptr) {
-            return VFW_E_ALREADY_CONNECTED;
-        }
-        if (filter_->state_ != State_Stopped) {
-            return VFW_E_NOT_STOPPED;
+        if (const HRESULT hr = can_connect(); FAILED(hr)) {
+            return hr;
         }
         if (!filter_->accept_input(*type)) {
             return VFW_E_TYPE_NOT_ACCEPTED;
@@ -412,9 +425,12 @@ class PushInputPin : public PushPin<IMemInputPin> {
     }
 };
 
-PushFilter::PushFilter(const CLSID& clsid, const wchar_t* input_name,
-                       const std::vector<const wchar_t*>& output_names)
-    : clsid_(clsid), input_(new PushInputPin(this, input_name)) {
+PushFilter::PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
+                       const wchar_t* input_name, const std::vector<const wchar_t*>& output_names)
+    : clsid_(clsid),
+      input_major_(input_major),
+      input_subtype_(input_subtype),
+      input_(new PushInputPin(this, input_name)) {
     for (std::size_t i = 0; i < output_names.size(); ++i) {
         outputs_.push_back(new PushOutputPin(this, output_names[i], i));
     }
@@ -428,6 +444,10 @@ PushFilter::~PushFilter() {
     if (clock_ != nullptr) {
         clock_->Release();
     }
+}
+
+bool PushFilter::accept_input(const AM_MEDIA_TYPE& type) const {
+    return IsEqualGUID(type.majortype, input_major_) && IsEqualGUID(type.subtype, input_subtype_);
 }
 
 HRESULT PushFilter::GetClassID(CLSID* clsid) {
@@ -502,7 +522,7 @@ HRESULT PushFilter::GetSyncSource(IReferenceClock** clock) {
 HRESULT PushFilter::EnumPins(IEnumPins** pins) {
     std::vector<IPin*> all{input_};
     all.insert(all.end(), outputs_.begin(), outputs_.end());
-    *pins = new PinEnum(std::move(all), 0);
+    *pins = new PinEnum(all, 0);
     return S_OK;
 }
 

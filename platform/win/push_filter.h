@@ -41,6 +41,12 @@ T* new_format(AM_MEDIA_TYPE& type, const GUID& format_type) {
     return new (type.pbFormat) T{};
 }
 
+// Makes `type` fixed-size video of `subtype`: `bytes` a picture, `width` x `height` (bottom
+// row first when the height is positive) of `bits` per pixel in `compression`, one
+// picture every `frame_time` (100 ns units).
+void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
+                    WORD bits, DWORD compression, REFERENCE_TIME frame_time);
+
 class PushFilter : public ComObject<IBaseFilter> {
   public:
     // IPersist
@@ -62,12 +68,10 @@ class PushFilter : public ComObject<IBaseFilter> {
     FILTER_STATE state() const { return state_; }
 
   protected:
-    PushFilter(const CLSID& clsid, const wchar_t* input_name,
-               const std::vector<const wchar_t*>& output_names);
+    // The input takes `input_major` / `input_subtype` samples, whatever their format block.
+    PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
+               const wchar_t* input_name, const std::vector<const wchar_t*>& output_names);
     ~PushFilter() override;
-
-    // Whether the input takes `type`.
-    virtual bool accept_input(const AM_MEDIA_TYPE& type) = 0;
     // The input has been connected with `type` (called before any output connects).
     virtual void input_connected(const AM_MEDIA_TYPE& type) = 0;
     // Fills `type` (zeroed by the caller) with what output `output` carries; false while
@@ -87,7 +91,11 @@ class PushFilter : public ComObject<IBaseFilter> {
     template <class... Extra>
     friend class PushPin;
 
+    bool accept_input(const AM_MEDIA_TYPE& type) const;
+
     CLSID clsid_;
+    GUID input_major_;
+    GUID input_subtype_;
     // Recursive: a downstream pin asks its connector about itself while it connects.
     std::recursive_mutex mutex_;
     FILTER_STATE state_ = State_Stopped;

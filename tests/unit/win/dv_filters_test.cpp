@@ -105,6 +105,17 @@ IPin* find_pin(IBaseFilter* filter, const wchar_t* id) {
     return pin;
 }
 
+// A dvsd type as the upstream end offers it, over a format block the caller keeps.
+AM_MEDIA_TYPE dvsd_type(const GUID& major, const GUID& format_type, void* format, ULONG size) {
+    AM_MEDIA_TYPE type{};
+    type.majortype = major;
+    type.subtype = MEDIASUBTYPE_dvsd;
+    type.formattype = format_type;
+    type.cbFormat = size;
+    type.pbFormat = static_cast<BYTE*>(format);
+    return type;
+}
+
 // Pushes `frame` into `input` as one sample starting at `start`.
 HRESULT push(IPin* input, const std::vector<std::uint8_t>& frame, REFERENCE_TIME start) {
     IMemAllocator* allocator = nullptr;
@@ -167,12 +178,7 @@ TEST_F(DvFilters, SplitterSendsTheFrameOnAndItsSound) {
     DVINFO info{};
     info.dwDVAAuxSrc = 0x91A0B010;
     info.dwDVVAuxSrc = 0x00200000;
-    AM_MEDIA_TYPE interleaved{};
-    interleaved.majortype = MEDIATYPE_Interleaved;
-    interleaved.subtype = MEDIASUBTYPE_dvsd;
-    interleaved.formattype = FORMAT_DvInfo;
-    interleaved.cbFormat = sizeof info;
-    interleaved.pbFormat = reinterpret_cast<BYTE*>(&info);
+    AM_MEDIA_TYPE interleaved = dvsd_type(MEDIATYPE_Interleaved, FORMAT_DvInfo, &info, sizeof info);
     ASSERT_EQ(input->ReceiveConnection(source, &interleaved), S_OK);
     ASSERT_EQ(video->Connect(video_sink, nullptr), S_OK);
     ASSERT_EQ(audio->Connect(audio_sink, nullptr), S_OK);
@@ -228,16 +234,11 @@ TEST_F(DvFilters, DecoderGivesTheDcPictureBottomUp) {
     IPin* output = find_pin(decoder, L"XForm Out");
     auto* source = new TestPin(PINDIR_OUTPUT);
     auto* sink = new TestPin(PINDIR_INPUT);
-    AM_MEDIA_TYPE dvsd{};
     VIDEOINFOHEADER in_format{};
     in_format.AvgTimePerFrame = 333'667;
     in_format.bmiHeader.biWidth = 720;
     in_format.bmiHeader.biHeight = 480;
-    dvsd.majortype = MEDIATYPE_Video;
-    dvsd.subtype = MEDIASUBTYPE_dvsd;
-    dvsd.formattype = FORMAT_VideoInfo;
-    dvsd.cbFormat = sizeof in_format;
-    dvsd.pbFormat = reinterpret_cast<BYTE*>(&in_format);
+    AM_MEDIA_TYPE dvsd = dvsd_type(MEDIATYPE_Video, FORMAT_VideoInfo, &in_format, sizeof in_format);
     ASSERT_EQ(input->ReceiveConnection(source, &dvsd), S_OK);
     ASSERT_EQ(output->Connect(sink, nullptr), S_OK);
     ASSERT_TRUE(IsEqualGUID(sink->type.subtype, MEDIASUBTYPE_RGB32));
