@@ -69,7 +69,8 @@ class DvSplitter : public PushFilter {
     }
 
     // A frame that is not a whole DV frame of the connected system passes as video only:
-    // its sound cannot be found.
+    // its sound cannot be found. Nor does sound at another rate than the output's pass:
+    // it would play at the wrong speed.
     HRESULT receive(IMediaSample* sample) override {
         BYTE* data = nullptr;
         sample->GetPointer(&data);
@@ -79,7 +80,11 @@ class DvSplitter : public PushFilter {
             return hr;
         }
         const std::span<const std::uint8_t> frame(data, size);
-        if (dv::system_of_frame_start(frame) == system_ && dv::read_audio(frame, system_, pcm_)) {
+        if (dv::system_of_frame_start(frame) != system_) {
+            return hr;
+        }
+        if (const auto format = dv::read_audio(frame, system_, pcm_);
+            format && format->sample_rate == audio_.sample_rate) {
             hr = deliver(audio_output, pcm_.data(), pcm_.size() * sizeof(std::int16_t), sample);
         }
         return hr;

@@ -483,6 +483,7 @@ HRESULT PushFilter::Pause() {
 }
 
 HRESULT PushFilter::Run(REFERENCE_TIME) {
+    std::lock_guard lock(mutex_);
     if (state_ == State_Stopped) {
         const HRESULT hr = Pause();
         if (FAILED(hr)) {

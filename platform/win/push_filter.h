@@ -9,6 +9,7 @@
 // and what it makes of each sample; the pins, enumerators, allocators and states are here.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <mutex>
 #include <new>
@@ -65,8 +66,6 @@ class PushFilter : public ComObject<IBaseFilter> {
     HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
     HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
 
-    FILTER_STATE state() const { return state_; }
-
   protected:
     // The input takes `input_major` / `input_subtype` samples, whatever their format block.
     PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
@@ -98,7 +97,8 @@ class PushFilter : public ComObject<IBaseFilter> {
     GUID input_subtype_;
     // Recursive: a downstream pin asks its connector about itself while it connects.
     std::recursive_mutex mutex_;
-    FILTER_STATE state_ = State_Stopped;
+    // Read unlocked by the streaming thread.
+    std::atomic<FILTER_STATE> state_{State_Stopped};
     IReferenceClock* clock_ = nullptr;
     IFilterGraph* graph_ = nullptr;  // not counted: the graph holds the filter
     std::wstring name_;
