@@ -1,5 +1,6 @@
 #include "platform/win/push_filter.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 
@@ -245,14 +246,22 @@ class PushOutputPin : public PushPin<> {
             free_media_type(type);
             return VFW_E_NO_ACCEPTABLE_TYPES;
         }
+        // As DirectShow's own output pins decide: the downstream pin's requirements (its
+        // prefix and alignment) first, then its allocator, else one of our own.
         HRESULT hr = receiver->QueryInterface(IID_IMemInputPin, reinterpret_cast<void**>(&input_));
-        if (SUCCEEDED(hr) && FAILED(input_->GetAllocator(&allocator_))) {
-            hr = CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER,
-                                  IID_IMemAllocator, reinterpret_cast<void**>(&allocator_));
+        ALLOCATOR_PROPERTIES want{};
+        if (SUCCEEDED(hr)) {
+            input_->GetAllocatorRequirements(&want);
+            if (FAILED(input_->GetAllocator(&allocator_))) {
+                hr = CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER,
+                                      IID_IMemAllocator, reinterpret_cast<void**>(&allocator_));
+            }
         }
         if (SUCCEEDED(hr)) {
-            // A few buffers of the largest sample this output sends.
-            ALLOCATOR_PROPERTIES want{4, static_cast<long>(type.lSampleSize), 1, 0};
+            // At least a few buffers of the largest sample this output sends.
+            want.cBuffers = std::max(want.cBuffers, 4L);
+            want.cbBuffer = std::max(want.cbBuffer, static_cast<long>(type.lSampleSize));
+            want.cbAlign = std::max(want.cbAlign, 1L);
             ALLOCATOR_PROPERTIES got{};
             hr = allocator_->SetProperties(&want, &got);
             if (SUCCEEDED(hr)) {
