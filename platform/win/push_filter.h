@@ -1,7 +1,7 @@
 // The base of our own DirectShow filters that stand in where a system lacks one (Wine has
 // no DV Splitter and no DV decoder): one input pin taking samples pushed by the upstream
 // filter (IMemInputPin), any number of output pins pushing to downstream filters through
-// an allocator of theirs or of the downstream pin. Each sample is worked on the
+// the downstream pin's allocator or one of their own. Each sample is worked on the
 // upstream's streaming thread and delivered before Receive returns; stream events
 // (end of stream, flushes, segments) pass on to every connected output.
 //
