@@ -31,6 +31,11 @@ struct Recording {
 struct TapePlan {
     DvSystem system = DvSystem::pal_625_50;
     std::vector<Recording> recordings;
+    // How the sound is recorded: DV's locked 48 kHz 16-bit by default; 12-bit (at 32 kHz)
+    // is what camcorders record when they keep a second stereo pair free for dubbing,
+    // which such a tape leaves silent.
+    int audio_rate_hz = 48000;
+    bool audio_12bit = false;
 
     std::int64_t total_frames() const;
 };

@@ -165,9 +165,9 @@ void draw_picture(const TapePlan& plan, std::int64_t tape_frame, std::span<std::
     fill_rect(luma, size, planned.timecode.frames * step, h * 90 / 100, step, h / 20, white);
 }
 
-std::int64_t first_sample_of_frame(DvSystem system, std::int64_t tape_frame) {
+std::int64_t first_sample_of_frame(DvSystem system, std::int64_t tape_frame, int rate_hz) {
     const FrameRate rate = frame_rate(system);
-    return tape_frame * audio_rate_hz * rate.den / rate.num;
+    return tape_frame * rate_hz * rate.den / rate.num;
 }
 
 void fill_sound(const TapePlan& plan, std::int64_t tape_frame, std::span<std::int16_t> samples) {
@@ -177,13 +177,13 @@ void fill_sound(const TapePlan& plan, std::int64_t tape_frame, std::span<std::in
     const bool pip = planned.timecode.frames < 3;
     const double hz = rec.tone_hz * (pip ? 2.0 : 1.0);
     const double amplitude = pip ? 12000.0 : 6000.0;
-    const std::int64_t first = first_sample_of_frame(plan.system, tape_frame);
+    const std::int64_t first = first_sample_of_frame(plan.system, tape_frame, plan.audio_rate_hz);
     for (std::size_t i = 0; i + 1 < samples.size(); i += audio_channels) {
         const auto n = static_cast<double>(first + static_cast<std::int64_t>(i / audio_channels));
-        const auto value = static_cast<std::int16_t>(
-            std::lround(amplitude * std::sin(2.0 * std::numbers::pi * hz * n / audio_rate_hz)));
+        const auto value = static_cast<std::int16_t>(std::lround(
+            amplitude * std::sin(2.0 * std::numbers::pi * hz * n / plan.audio_rate_hz)));
         samples[i] = value;
-        samples[i + 1] = value;
+        samples[i + 1] = static_cast<std::int16_t>(value / 2);
     }
 }
 

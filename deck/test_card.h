@@ -3,10 +3,12 @@
 // timecode burnt into the picture in large type over a colour of its own, the tape frame
 // and track number, a marker that steps across the picture once a second, a "USER FLAG"
 // caption on flagged frames; a tone per recording with a short higher pip at the start of
-// every timecode second.
+// every timecode second, on the right channel at half the level of the left, so that
+// swapped channels show.
 //
 // Pictures are planar I420 (Y, then U and V at half size in both directions), the input
-// of the DV encoder; sound is 48 kHz stereo signed 16-bit interleaved, DV's locked audio.
+// of the DV encoder; sound is stereo signed 16-bit interleaved at the plan's rate (48 kHz,
+// DV's locked audio, unless the plan says otherwise).
 #pragma once
 
 #include <cstddef>
@@ -36,11 +38,12 @@ inline constexpr int audio_channels = 2;
 void draw_picture(const TapePlan& plan, std::int64_t tape_frame, std::span<std::uint8_t> i420);
 
 // The first audio sample of a tape frame: samples run continuously across the tape, frame
-// n starting at floor(n * 48000 / frame rate).
-std::int64_t first_sample_of_frame(DvSystem system, std::int64_t tape_frame);
+// n starting at floor(n * rate / frame rate).
+std::int64_t first_sample_of_frame(DvSystem system, std::int64_t tape_frame,
+                                   int rate_hz = audio_rate_hz);
 
-// Fills the sound of tape frame `tape_frame` into `samples` (interleaved stereo, length
-// 2 x (first_sample_of_frame(n + 1) - first_sample_of_frame(n))).
+// Fills the sound of tape frame `tape_frame` into `samples` (interleaved stereo at
+// plan.audio_rate_hz, length 2 x (first_sample_of_frame(n + 1) - first_sample_of_frame(n))).
 void fill_sound(const TapePlan& plan, std::int64_t tape_frame, std::span<std::int16_t> samples);
 
 // Draws `text` in the built-in 5 x 7 type (digits, capitals, a few signs; small letters

@@ -16,10 +16,12 @@
 namespace {
 
 constexpr const char* usage =
-    "Usage: kestrel-tape [--ntsc] --out FILE (--demo | RECORDING...)\n"
+    "Usage: kestrel-tape [--ntsc] [--12bit] --out FILE (--demo | RECORDING...)\n"
     "Writes a raw DV tape image for the virtual DV deck (KESTREL_VIRTUAL_DECK=FILE).\n"
     "\n"
     "  --ntsc         525-60 (29.97 frames a second, drop-frame timecode); default 625-50\n"
+    "  --12bit        32 kHz 12-bit sound with a silent second stereo pair; default 48 kHz\n"
+    "                 16-bit\n"
     "  --out FILE     the tape image to write\n"
     "  --demo         the demo tape: three recordings, a timecode break, a user-flag section\n"
     "  --help         this text\n"
@@ -76,6 +78,7 @@ int main(int argc, char** argv) {
     using namespace kc::deck;
     bool ntsc = false;
     bool demo = false;
+    bool twelve_bit = false;
     std::string out;
     std::vector<std::string> recording_args;
     for (int i = 1; i < argc; ++i) {
@@ -86,6 +89,8 @@ int main(int argc, char** argv) {
         }
         if (arg == "--ntsc") {
             ntsc = true;
+        } else if (arg == "--12bit") {
+            twelve_bit = true;
         } else if (arg == "--demo") {
             demo = true;
         } else if (arg == "--out" || arg == "-o") {
@@ -154,6 +159,10 @@ int main(int argc, char** argv) {
             next_recorded = add_seconds(r.recorded, static_cast<std::int64_t>(seconds) + 600);
             plan.recordings.push_back(r);
         }
+    }
+    if (twelve_bit) {
+        plan.audio_rate_hz = 32000;
+        plan.audio_12bit = true;
     }
     gst_init(&argc, &argv);
     std::string error;

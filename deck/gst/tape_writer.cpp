@@ -14,6 +14,7 @@
 
 #include "deck/dv_terms.h"
 #include "deck/test_card.h"
+#include "dv/dv_audio.h"
 
 namespace kc::deck {
 namespace {
@@ -28,6 +29,22 @@ struct Output {
     std::mutex mutex;
     std::condition_variable progressed;
 };
+
+// Records the plan's own sound into an encoded frame, for plans whose sound the encoder,
+// which writes 48 kHz 16-bit only, cannot make.
+void record_sound(const TapePlan& plan, std::int64_t tape_frame, std::span<std::uint8_t> frame) {
+    const int rate = plan.audio_rate_hz;
+    const std::int64_t first = first_sample_of_frame(plan.system, tape_frame, rate);
+    const auto count =
+        static_cast<std::size_t>(first_sample_of_frame(plan.system, tape_frame + 1, rate) - first);
+    std::vector<std::int16_t> stereo(count * 2);
+    fill_sound(plan, tape_frame, stereo);
+    AudioFormat format{rate, AudioQuantization::linear_16, static_cast<int>(count), 2, true};
+    if (plan.audio_12bit) {
+        format.quantization = AudioQuantization::nonlinear_12;
+    }
+    write_audio(frame, plan.system, format, stereo);
+}
 
 // The multiplexer's output is a byte stream; cut it into frames and stamp each one.
 GstFlowReturn on_sample(GstAppSink* sink, gpointer data) {
@@ -48,6 +65,9 @@ GstFlowReturn on_sample(GstAppSink* sink, gpointer data) {
     while (out->pending.size() - used >= size && out->written < out->end) {
         std::span<std::uint8_t> frame(out->pending.data() + used, size);
         stamp_frame(frame, out->plan->system, plan_frame(*out->plan, out->written));
+        if (out->plan->audio_12bit || out->plan->audio_rate_hz != audio_rate_hz) {
+            record_sound(*out->plan, out->written, frame);
+        }
         out->file->write(reinterpret_cast<const char*>(frame.data()),
                          static_cast<std::streamsize>(size));
         if (!*out->file) {
@@ -80,6 +100,10 @@ GstElement* make(const char* factory, std::string& error) {
 bool encode(const TapePlan& plan, Output& out, std::int64_t first, std::int64_t count,
             std::string& error) {
     const bool pal = plan.system == DvSystem::pal_625_50;
+    // The encoder is fed DV's locked 48 kHz sound; other sound is recorded over it as the
+    // frames come out.
+    TapePlan fed = plan;
+    fed.audio_rate_hz = audio_rate_hz;
     const PictureSize size = picture_size(plan.system);
     const FrameRate rate = frame_rate(plan.system);
 
@@ -159,7 +183,7 @@ bool encode(const TapePlan& plan, Output& out, std::int64_t first, std::int64_t 
         const std::size_t values = static_cast<std::size_t>(samples) * audio_channels;
         GstBuffer* sound = gst_buffer_new_allocate(nullptr, values * sizeof(std::int16_t), nullptr);
         gst_buffer_map(sound, &map, GST_MAP_WRITE);
-        fill_sound(plan, n, std::span(reinterpret_cast<std::int16_t*>(map.data), values));
+        fill_sound(fed, n, std::span(reinterpret_cast<std::int16_t*>(map.data), values));
         gst_buffer_unmap(sound, &map);
         GST_BUFFER_PTS(sound) = gst_util_uint64_scale(static_cast<guint64>(sample - chunk_start),
                                                       GST_SECOND, audio_rate_hz);

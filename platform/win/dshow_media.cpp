@@ -1,4 +1,5 @@
 #include "platform/win/dshow_media.h"
+#include "platform/win/dv_splitter_filter.h"
 
 #include "platform/win/deck_device.h"
 #include "platform/win/stream_writer.h"
@@ -742,8 +743,13 @@ class DsMediaFactory : public media::MediaFactory {
     HRESULT create_instance(media::Clsid clsid, Iid iid, void** out) override {
         *out = nullptr;
         Ref<IUnknown> object;
-        const HRESULT hr = CoCreateInstance(object_clsid(clsid), nullptr, CLSCTX_INPROC_SERVER,
-                                            IID_IUnknown, object.out_void());
+        HRESULT hr = CoCreateInstance(object_clsid(clsid), nullptr, CLSCTX_INPROC_SERVER,
+                                      IID_IUnknown, object.out_void());
+        if (FAILED(hr) && clsid == media::Clsid::dv_splitter) {
+            // Wine has none; ours stands in.
+            *object.out() = make_dv_splitter();
+            hr = S_OK;
+        }
         return FAILED(hr) ? hr : identities.wrap(object.get(), iid, out);
     }
 

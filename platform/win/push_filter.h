@@ -1,0 +1,109 @@
+// The base of our own DirectShow filters that stand in where a system lacks one (Wine has
+// no DV Splitter and no DV decoder): one input pin taking samples pushed by the upstream
+// filter (IMemInputPin), any number of output pins pushing to downstream filters through
+// the downstream pin's allocator or one of their own. Each sample is worked on the
+// upstream's streaming thread and delivered before Receive returns; stream events
+// (end of stream, flushes, segments) pass on to every connected output.
+//
+// A filter says what it accepts, what each output carries once the input is connected,
+// and what it makes of each sample; the pins, enumerators, allocators and states are here.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/win/com_object.h"
+
+namespace kc::win {
+
+class PushInputPin;
+class PushOutputPin;
+template <class... Extra>
+class PushPin;
+
+// AM_MEDIA_TYPE helpers: a deep copy (format block from the task allocator), and freeing
+// what such a copy holds.
+void copy_media_type(const AM_MEDIA_TYPE& from, AM_MEDIA_TYPE& to);
+void free_media_type(AM_MEDIA_TYPE& type);
+
+// Gives `type` a zeroed format block of type T from the task allocator.
+template <class T>
+T* new_format(AM_MEDIA_TYPE& type, const GUID& format_type) {
+    type.formattype = format_type;
+    type.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(sizeof(T)));
+    if (type.pbFormat == nullptr) {
+        throw std::bad_alloc();
+    }
+    type.cbFormat = sizeof(T);
+    return new (type.pbFormat) T{};
+}
+
+// Makes `type` fixed-size video of `subtype`: `bytes` a picture, `width` x `height` (bottom
+// row first when the height is positive) of `bits` per pixel in `compression`, one
+// picture every `frame_time` (100 ns units).
+void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
+                    WORD bits, DWORD compression, REFERENCE_TIME frame_time);
+
+class PushFilter : public ComObject<IBaseFilter> {
+  public:
+    // IPersist
+    HRESULT STDMETHODCALLTYPE GetClassID(CLSID* clsid) override;
+    // IMediaFilter
+    HRESULT STDMETHODCALLTYPE Stop() override;
+    HRESULT STDMETHODCALLTYPE Pause() override;
+    HRESULT STDMETHODCALLTYPE Run(REFERENCE_TIME start) override;
+    HRESULT STDMETHODCALLTYPE GetState(DWORD timeout, FILTER_STATE* state) override;
+    HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* clock) override;
+    HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock** clock) override;
+    // IBaseFilter
+    HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** pins) override;
+    HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR id, IPin** pin) override;
+    HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO* info) override;
+    HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
+    HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
+
+  protected:
+    // The input takes `input_major` / `input_subtype` samples, whatever their format block.
+    PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
+               const wchar_t* input_name, const std::vector<const wchar_t*>& output_names);
+    ~PushFilter() override;
+    // The input has been connected with `type` (called before any output connects).
+    virtual void input_connected(const AM_MEDIA_TYPE& type) = 0;
+    // Fills `type` (zeroed by the caller) with what output `output` carries; false while
+    // the input is not connected.
+    virtual bool output_type(std::size_t output, AM_MEDIA_TYPE& type) = 0;
+    // What one sample of the input makes; called on the streaming thread while running
+    // or paused.
+    virtual HRESULT receive(IMediaSample* sample) = 0;
+
+    // Sends `size` bytes down output `output`, with the times of `timing` if it has
+    // them. S_OK without sending when the output is not connected.
+    HRESULT deliver(std::size_t output, const void* data, std::size_t size, IMediaSample* timing);
+
+  private:
+    friend class PushInputPin;
+    friend class PushOutputPin;
+    template <class... Extra>
+    friend class PushPin;
+
+    bool accept_input(const AM_MEDIA_TYPE& type) const;
+
+    CLSID clsid_;
+    GUID input_major_;
+    GUID input_subtype_;
+    // Recursive: a downstream pin asks its connector about itself while it connects.
+    std::recursive_mutex mutex_;
+    // Read unlocked by the streaming thread.
+    std::atomic<FILTER_STATE> state_{State_Stopped};
+    IReferenceClock* clock_ = nullptr;
+    IFilterGraph* graph_ = nullptr;  // not counted: the graph holds the filter
+    std::wstring name_;
+    PushInputPin* input_ = nullptr;
+    std::vector<PushOutputPin*> outputs_;
+};
+
+}  // namespace kc::win
