@@ -26,9 +26,10 @@ tape=$run_dir/demo-pal.dv
 rm -rf "$captures"
 mkdir -p "$captures"
 [ -f "$tape" ] || build/release/deck/kestrel-tape --demo --out "$tape"
-# The build folder's own Wine prefix, never the user's; Wine sees this machine's root as
-# its drive Z:.
-export WINEPREFIX=$PWD/build/windows/wine-prefix
+# A Wine prefix of this run's own, never the user's nor the tests': the program starts
+# with its default settings, and the settings it writes at exit stay here. Wine sees this
+# machine's root as its drive Z:.
+export WINEPREFIX=$run_dir/wine-prefix
 export WINEDEBUG=-all
 winpath() { printf 'Z:%s' "${1//\//\\}"; }
 export KESTREL_VIRTUAL_DECK
@@ -49,6 +50,9 @@ echo "run-windows: the program ended with exit code $status"
 echo "run-windows: files written to $captures:"
 list_captures "$captures"
 [ -f "$picture" ] && echo "run-windows: picture of the main window: $picture"
+echo "run-windows: settings written at exit:"
+wine reg query 'HKCU\Software\larkspur\kestrel_cap' 2>/dev/null | tr -d '\r' | sed -n 's/^ \+/  /p'
+wineserver -k 2>/dev/null || true
 if [ "$status" -ne 0 ] || [ "$found" -eq 0 ]; then
   exit 1
 fi

@@ -99,20 +99,6 @@ bool accepts(const AM_MEDIA_TYPE& asked, const AM_MEDIA_TYPE& ours) {
            same_guid_or_any(asked.formattype, ours.formattype);
 }
 
-HRESULT copy_media_type(const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE& out) {
-    out = type;
-    out.pUnk = nullptr;
-    out.pbFormat = nullptr;
-    if (type.cbFormat > 0) {
-        out.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(type.cbFormat));
-        if (out.pbFormat == nullptr) {
-            return E_OUTOFMEMORY;
-        }
-        std::memcpy(out.pbFormat, type.pbFormat, type.cbFormat);
-    }
-    return S_OK;
-}
-
 IEnumMediaTypes* make_media_types(const DeckFormats& formats, deck::DvSystem system, int first) {
     return new MediaTypes(formats, system, first);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/win/filter_base.h"
+#include "platform/win/media_type.h"
 // The deck's headers come after the Windows headers (platform/win/win32.h says why).
 #include "deck/tape_image.h"
 
@@ -28,9 +29,6 @@ AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int i
 
 // Whether `asked` (possibly partly given: GUID_NULL for any) is the type `ours`.
 bool accepts(const AM_MEDIA_TYPE& asked, const AM_MEDIA_TYPE& ours);
-
-// A copy of `type` for a caller that frees it with the task allocator.
-HRESULT copy_media_type(const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE& out);
 
 // The types in the order the pin offers them: type `first`, then the other.
 IEnumMediaTypes* make_media_types(const DeckFormats& formats, deck::DvSystem system, int first);

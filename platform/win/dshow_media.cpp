@@ -1,5 +1,7 @@
 #include "platform/win/dshow_media.h"
 #include "platform/win/dv_splitter_filter.h"
+#include "platform/win/media_type.h"
+#include "platform/win/stand_in_filters.h"
 
 #include "platform/win/deck_device.h"
 #include "platform/win/stream_writer.h"
@@ -101,19 +103,6 @@ const CLSID& object_clsid(media::Clsid clsid) {
             break;
     }
     return CLSID_DVSplitter;
-}
-
-// A media type handed out by DirectShow: its format block and the record itself are the
-// receiver's to free with the task allocator.
-void delete_media_type(AM_MEDIA_TYPE* type) {
-    if (type == nullptr) {
-        return;
-    }
-    CoTaskMemFree(type->pbFormat);
-    if (type->pUnk != nullptr) {
-        type->pUnk->Release();
-    }
-    CoTaskMemFree(type);
 }
 
 // One COM reference, released at the end of its scope.
@@ -742,6 +731,9 @@ class DsMediaFactory : public media::MediaFactory {
   public:
     HRESULT create_instance(media::Clsid clsid, Iid iid, void** out) override {
         *out = nullptr;
+        // Graphs made here render DV for the preview with the system's DV filters, or ours
+        // where it has none. Registered at the first object, once COM is up.
+        register_stand_in_dv_filters();
         Ref<IUnknown> object;
         HRESULT hr = CoCreateInstance(object_clsid(clsid), nullptr, CLSCTX_INPROC_SERVER,
                                       IID_IUnknown, object.out_void());

@@ -1,6 +1,7 @@
 #include "platform/win/dv_splitter_filter.h"
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -26,11 +27,29 @@ class DvSplitter : public PushFilter {
                      {L"DVVidOut0", L"AudOut00"}) {}
 
   protected:
+    // DV frames come as an interleaved stream, or as video where a source offers that
+    // first (the virtual deck does, for a multiplexer that takes no interleaved stream):
+    // the same frames either way.
+    bool accept_input(const AM_MEDIA_TYPE& type) const override {
+        return IsEqualGUID(type.subtype, MEDIASUBTYPE_dvsd) &&
+               (IsEqualGUID(type.majortype, MEDIATYPE_Interleaved) ||
+                IsEqualGUID(type.majortype, MEDIATYPE_Video));
+    }
+
     // The system from the VAUX source pack (50/60 flag, bit 5 of PC3) and the sound from
-    // the AAUX source pack of the input's DVINFO; 625-50 with 48 kHz sound without one.
+    // the AAUX source pack of the input's DVINFO. Frames typed as video have no DVINFO:
+    // the system then follows the picture's height, and the sound is taken to be DV's
+    // usual 48 kHz.
     void input_connected(const AM_MEDIA_TYPE& type) override {
         system_ = dv::DvSystem::pal_625_50;
         audio_ = dv::AudioFormat{};
+        if (IsEqualGUID(type.formattype, FORMAT_VideoInfo) &&
+            type.cbFormat >= sizeof(VIDEOINFOHEADER)) {
+            const auto* video = reinterpret_cast<const VIDEOINFOHEADER*>(type.pbFormat);
+            if (std::abs(video->bmiHeader.biHeight) == 480) {
+                system_ = dv::DvSystem::ntsc_525_60;
+            }
+        }
         if (!IsEqualGUID(type.formattype, FORMAT_DvInfo) || type.cbFormat < sizeof(DVINFO)) {
             return;
         }

@@ -6,30 +6,6 @@
 
 namespace kc::win {
 
-void copy_media_type(const AM_MEDIA_TYPE& from, AM_MEDIA_TYPE& to) {
-    to = from;
-    to.pbFormat = nullptr;
-    to.cbFormat = 0;
-    if (from.cbFormat > 0 && from.pbFormat != nullptr) {
-        to.pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(from.cbFormat));
-        if (to.pbFormat != nullptr) {
-            std::memcpy(to.pbFormat, from.pbFormat, from.cbFormat);
-            to.cbFormat = from.cbFormat;
-        }
-    }
-    if (to.pUnk != nullptr) {
-        to.pUnk->AddRef();
-    }
-}
-
-void free_media_type(AM_MEDIA_TYPE& type) {
-    CoTaskMemFree(type.pbFormat);
-    if (type.pUnk != nullptr) {
-        type.pUnk->Release();
-    }
-    type = AM_MEDIA_TYPE{};
-}
-
 void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
                     WORD bits, DWORD compression, REFERENCE_TIME frame_time) {
     type.majortype = MEDIATYPE_Video;

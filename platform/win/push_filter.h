@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/win/com_object.h"
+#include "platform/win/media_type.h"
 
 namespace kc::win {
 
@@ -24,11 +25,6 @@ class PushInputPin;
 class PushOutputPin;
 template <class... Extra>
 class PushPin;
-
-// AM_MEDIA_TYPE helpers: a deep copy (format block from the task allocator), and freeing
-// what such a copy holds.
-void copy_media_type(const AM_MEDIA_TYPE& from, AM_MEDIA_TYPE& to);
-void free_media_type(AM_MEDIA_TYPE& type);
 
 // Gives `type` a zeroed format block of type T from the task allocator.
 template <class T>
@@ -79,6 +75,9 @@ class PushFilter : public ComObject<IBaseFilter> {
     // What one sample of the input makes; called on the streaming thread while running
     // or paused.
     virtual HRESULT receive(IMediaSample* sample) = 0;
+    // Whether the input takes samples of `type`: by default the major type and subtype
+    // the filter was made with.
+    virtual bool accept_input(const AM_MEDIA_TYPE& type) const;
 
     // Sends `size` bytes down output `output`, with the times of `timing` if it has
     // them. S_OK without sending when the output is not connected.
@@ -89,8 +88,6 @@ class PushFilter : public ComObject<IBaseFilter> {
     friend class PushOutputPin;
     template <class... Extra>
     friend class PushPin;
-
-    bool accept_input(const AM_MEDIA_TYPE& type) const;
 
     CLSID clsid_;
     GUID input_major_;
