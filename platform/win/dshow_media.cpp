@@ -3,8 +3,8 @@
 #include "platform/win/media_type.h"
 #include "platform/win/stand_in_filters.h"
 
+#include "platform/win/avi_writer_filter.h"
 #include "platform/win/deck_device.h"
-#include "platform/win/stream_writer.h"
 
 #include <olectl.h>
 
@@ -176,9 +176,6 @@ class DsObject final : public media::BaseFilter,
     DsObject& operator=(const DsObject&) = delete;
 
     Unknown* self() { return static_cast<Unknown*>(static_cast<media::BaseFilter*>(this)); }
-    // A multiplexer that runs in no other mode (Wine's): every mode asked for is full
-    // interleaving, which still writes every stream of the file.
-    bool full_interleaving_only = false;
     IUnknown* com_identity() const { return identity; }
 
     // The object's DirectShow interface for `iid`, asked for once and kept; no reference
@@ -293,8 +290,7 @@ class DsObject final : public media::BaseFilter,
     }
     HRESULT put_mode(int mode) override {
         return com<IConfigInterleaving>(Iid::config_interleaving)
-            ->put_Mode(full_interleaving_only ? INTERLEAVE_FULL
-                                              : static_cast<InterleavingMode>(mode));
+            ->put_Mode(static_cast<InterleavingMode>(mode));
     }
     HRESULT get_cur_file(std::string& path) override {
         LPOLESTR name = nullptr;
@@ -615,74 +611,31 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
         *sink_out = nullptr;
     }
     const std::wstring file = wide(path);
-    bool full_interleaving_mux = false;
     Ref<IBaseFilter> mux;
     Ref<IFileSinkFilter> sink;
     HRESULT hr =
         builder()->SetOutputFileName(&MEDIASUBTYPE_Avi, file.c_str(), mux.out(), sink.out());
     if (hr == E_NOTIMPL) {
-        // Wine's builder does not make the file end of a capture graph. The same two
-        // filters, put in and joined by hand, give the graph the system would have built
-        // (the writer one that takes the multiplexer's way of writing, stream_writer.h).
+        // Wine's builder does not make the file end of a capture graph, and Wine's
+        // multiplexer cannot write a DV capture: our writer, multiplexer and file writer
+        // in one filter, stands in for both (avi_writer_filter.h).
         Ref<IGraphBuilder> filters;
         hr = builder()->GetFiltergraph(filters.out());
         if (SUCCEEDED(hr)) {
-            hr = CoCreateInstance(CLSID_AviDest, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                  mux.out_void());
-        }
-        if (SUCCEEDED(hr)) {
-            hr = filters->AddFilter(mux.get(), L"AVI Mux");
-        }
-        if (SUCCEEDED(hr)) {
-            // Wine's multiplexer refuses to run in any other mode, its default among them.
-            Ref<IConfigInterleaving> interleaving;
-            if (SUCCEEDED(mux->QueryInterface(IID_IConfigInterleaving, interleaving.out_void()))) {
-                interleaving->put_Mode(INTERLEAVE_FULL);
-                full_interleaving_mux = true;
-            }
-        }
-        Ref<IBaseFilter> writer;
-        if (SUCCEEDED(hr)) {
-            hr = make_file_writer(writer.out());
-        }
-        if (SUCCEEDED(hr)) {
-            hr = writer->QueryInterface(IID_IFileSinkFilter, sink.out_void());
+            *mux.out() = make_avi_writer();
+            hr = mux->QueryInterface(IID_IFileSinkFilter, sink.out_void());
         }
         if (SUCCEEDED(hr)) {
             hr = sink->SetFileName(file.c_str(), nullptr);
         }
         if (SUCCEEDED(hr)) {
-            hr = filters->AddFilter(writer.get(), file.c_str());
-        }
-        Ref<IPin> mux_output;
-        Ref<IPin> writer_input;
-        if (SUCCEEDED(hr)) {
-            hr = builder()->FindPin(mux.get(), PINDIR_OUTPUT, nullptr, nullptr, TRUE, 0,
-                                    mux_output.out());
-        }
-        if (SUCCEEDED(hr)) {
-            hr = builder()->FindPin(writer.get(), PINDIR_INPUT, nullptr, nullptr, TRUE, 0,
-                                    writer_input.out());
-        }
-        if (SUCCEEDED(hr)) {
-            hr = filters->ConnectDirect(mux_output.get(), writer_input.get(), nullptr);
-        }
-        if (FAILED(hr) && filters.get() != nullptr) {
-            if (writer.get() != nullptr) {
-                filters->RemoveFilter(writer.get());
-            }
-            if (mux.get() != nullptr) {
-                filters->RemoveFilter(mux.get());
-            }
+            hr = filters->AddFilter(mux.get(), L"AVI Mux");
         }
     }
     if (FAILED(hr)) {
         return hr;
     }
     hr = identities.wrap(mux.get(), Iid::base_filter, reinterpret_cast<void**>(mux_out));
-    if (SUCCEEDED(hr) && full_interleaving_mux) {
-        ours(*mux_out)->full_interleaving_only = true;
-    }
     if (SUCCEEDED(hr) && sink_out != nullptr) {
         hr = identities.wrap(sink.get(), Iid::file_sink, reinterpret_cast<void**>(sink_out));
     }

@@ -15,13 +15,16 @@ constexpr CLSID clsid_dv_video_decoder = {
 
 class DvDecoder : public PushFilter {
   public:
-    DvDecoder()
-        : PushFilter(clsid_dv_video_decoder, MEDIATYPE_Video, MEDIASUBTYPE_dvsd, L"XForm In",
-                     {L"XForm Out"}) {}
+    DvDecoder() : PushFilter(clsid_dv_video_decoder, {L"XForm In"}, {L"XForm Out"}) {}
 
   protected:
+    bool accept_input(std::size_t, const AM_MEDIA_TYPE& type) const override {
+        return IsEqualGUID(type.majortype, MEDIATYPE_Video) &&
+               IsEqualGUID(type.subtype, MEDIASUBTYPE_dvsd);
+    }
+
     // The system from the picture height, 625-50 unless it says 480 lines.
-    void input_connected(const AM_MEDIA_TYPE& type) override {
+    void input_connected(std::size_t, const AM_MEDIA_TYPE& type) override {
         system_ = dv::DvSystem::pal_625_50;
         frame_time_ = 400'000;
         if (IsEqualGUID(type.formattype, FORMAT_VideoInfo) &&
@@ -43,7 +46,7 @@ class DvDecoder : public PushFilter {
     }
 
     // A sample that is no whole frame of the connected system is dropped.
-    HRESULT receive(IMediaSample* sample) override {
+    HRESULT receive(std::size_t, IMediaSample* sample) override {
         BYTE* data = nullptr;
         sample->GetPointer(&data);
         const std::span<const std::uint8_t> frame(

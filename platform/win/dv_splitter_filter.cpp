@@ -22,15 +22,13 @@ std::array<std::uint8_t, 5> pack_of(std::uint8_t header, DWORD data) {
 
 class DvSplitter : public PushFilter {
   public:
-    DvSplitter()
-        : PushFilter(CLSID_DVSplitter, MEDIATYPE_Interleaved, MEDIASUBTYPE_dvsd, L"Input",
-                     {L"DVVidOut0", L"AudOut00"}) {}
+    DvSplitter() : PushFilter(CLSID_DVSplitter, {L"Input"}, {L"DVVidOut0", L"AudOut00"}) {}
 
   protected:
     // DV frames come as an interleaved stream, or as video where a source offers that
     // first (the virtual deck does, for a multiplexer that takes no interleaved stream):
     // the same frames either way.
-    bool accept_input(const AM_MEDIA_TYPE& type) const override {
+    bool accept_input(std::size_t, const AM_MEDIA_TYPE& type) const override {
         return IsEqualGUID(type.subtype, MEDIASUBTYPE_dvsd) &&
                (IsEqualGUID(type.majortype, MEDIATYPE_Interleaved) ||
                 IsEqualGUID(type.majortype, MEDIATYPE_Video));
@@ -40,7 +38,7 @@ class DvSplitter : public PushFilter {
     // the AAUX source pack of the input's DVINFO. Frames typed as video have no DVINFO:
     // the system then follows the picture's height, and the sound is taken to be DV's
     // usual 48 kHz.
-    void input_connected(const AM_MEDIA_TYPE& type) override {
+    void input_connected(std::size_t, const AM_MEDIA_TYPE& type) override {
         system_ = dv::DvSystem::pal_625_50;
         audio_ = dv::AudioFormat{};
         if (IsEqualGUID(type.formattype, FORMAT_VideoInfo) &&
@@ -90,7 +88,7 @@ class DvSplitter : public PushFilter {
     // A frame that is not a whole DV frame of the connected system passes as video only:
     // its sound cannot be found. Nor does sound at another rate than the output's pass:
     // it would play at the wrong speed.
-    HRESULT receive(IMediaSample* sample) override {
+    HRESULT receive(std::size_t, IMediaSample* sample) override {
         BYTE* data = nullptr;
         sample->GetPointer(&data);
         const auto size = static_cast<std::size_t>(sample->GetActualDataLength());

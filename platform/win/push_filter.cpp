@@ -315,7 +315,11 @@ class PushOutputPin : public PushPin<> {
 
 class PushInputPin : public PushPin<IMemInputPin> {
   public:
-    PushInputPin(PushFilter* filter, const wchar_t* name) : PushPin(filter, name, PINDIR_INPUT) {}
+    PushInputPin(PushFilter* filter, const wchar_t* name, std::size_t index)
+        : PushPin(filter, name, PINDIR_INPUT), index_(index) {}
+    std::size_t index() const { return index_; }
+    bool connected() const { return peer_ != nullptr; }
+    const AM_MEDIA_TYPE& type() const { return type_; }
 
     // IPin
     HRESULT STDMETHODCALLTYPE Connect(IPin*, const AM_MEDIA_TYPE*) override {
@@ -330,13 +334,13 @@ class PushInputPin : public PushPin<IMemInputPin> {
         if (const HRESULT hr = can_connect(); FAILED(hr)) {
             return hr;
         }
-        if (!filter_->accept_input(*type)) {
+        if (!filter_->accept_input(index_, *type)) {
             return VFW_E_TYPE_NOT_ACCEPTED;
         }
         peer_ = connector;
         peer_->AddRef();
         copy_media_type(*type, type_);
-        filter_->input_connected(type_);
+        filter_->input_connected(index_, type_);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Disconnect() override {
@@ -350,14 +354,15 @@ class PushInputPin : public PushPin<IMemInputPin> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE QueryAccept(const AM_MEDIA_TYPE* type) override {
-        return type != nullptr && filter_->accept_input(*type) ? S_OK : S_FALSE;
+        return type != nullptr && filter_->accept_input(index_, *type) ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** out) override {
         *out = new TypeEnum({}, 0);  // the upstream proposes
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE EndOfStream() override {
-        return each_peer([](IPin* pin) { return pin->EndOfStream(); });
+        filter_->end_of_stream(index_);
+        return S_OK;
     }
     HRESULT STDMETHODCALLTYPE BeginFlush() override {
         return each_peer([](IPin* pin) { return pin->BeginFlush(); });
@@ -385,7 +390,7 @@ class PushInputPin : public PushPin<IMemInputPin> {
         if (filter_->state_ == State_Stopped) {
             return VFW_E_WRONG_STATE;
         }
-        return filter_->receive(sample);
+        return filter_->receive(index_, sample);
     }
     HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample** samples, long count,
                                               long* processed) override {
@@ -408,14 +413,16 @@ class PushInputPin : public PushPin<IMemInputPin> {
         }
         return S_OK;
     }
+
+    std::size_t index_;
 };
 
-PushFilter::PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
-                       const wchar_t* input_name, const std::vector<const wchar_t*>& output_names)
-    : clsid_(clsid),
-      input_major_(input_major),
-      input_subtype_(input_subtype),
-      input_(new PushInputPin(this, input_name)) {
+PushFilter::PushFilter(const CLSID& clsid, const std::vector<const wchar_t*>& input_names,
+                       const std::vector<const wchar_t*>& output_names)
+    : clsid_(clsid) {
+    for (std::size_t i = 0; i < input_names.size(); ++i) {
+        inputs_.push_back(new PushInputPin(this, input_names[i], i));
+    }
     for (std::size_t i = 0; i < output_names.size(); ++i) {
         outputs_.push_back(new PushOutputPin(this, output_names[i], i));
     }
@@ -425,14 +432,37 @@ PushFilter::~PushFilter() {
     for (PushOutputPin* out : outputs_) {
         delete out;
     }
-    delete input_;
+    for (PushInputPin* in : inputs_) {
+        delete in;
+    }
     if (clock_ != nullptr) {
         clock_->Release();
     }
 }
 
-bool PushFilter::accept_input(const AM_MEDIA_TYPE& type) const {
-    return IsEqualGUID(type.majortype, input_major_) && IsEqualGUID(type.subtype, input_subtype_);
+void PushFilter::end_of_stream(std::size_t) {
+    for (PushOutputPin* out : outputs_) {
+        if (out->peer() != nullptr) {
+            out->peer()->EndOfStream();
+        }
+    }
+}
+
+bool PushFilter::input_is_connected(std::size_t input) const {
+    return inputs_.at(input)->connected();
+}
+
+const AM_MEDIA_TYPE& PushFilter::input_type(std::size_t input) const {
+    return inputs_.at(input)->type();
+}
+
+void PushFilter::notify_graph(long code, LONG_PTR param1, LONG_PTR param2) {
+    IMediaEventSink* sink = nullptr;
+    if (graph_ != nullptr &&
+        SUCCEEDED(graph_->QueryInterface(IID_IMediaEventSink, reinterpret_cast<void**>(&sink)))) {
+        sink->Notify(code, param1, param2);
+        sink->Release();
+    }
 }
 
 HRESULT PushFilter::GetClassID(CLSID* clsid) {
@@ -447,7 +477,11 @@ HRESULT PushFilter::Stop() {
             out->allocator_->Decommit();
         }
     }
+    const bool was_stopped = state_ == State_Stopped;
     state_ = State_Stopped;
+    if (!was_stopped) {
+        stopped();
+    }
     return S_OK;
 }
 
@@ -461,6 +495,9 @@ HRESULT PushFilter::Pause() {
                     return hr;
                 }
             }
+        }
+        if (const HRESULT hr = started(); FAILED(hr)) {
+            return hr;
         }
     }
     state_ = State_Paused;
@@ -506,7 +543,7 @@ HRESULT PushFilter::GetSyncSource(IReferenceClock** clock) {
 }
 
 HRESULT PushFilter::EnumPins(IEnumPins** pins) {
-    std::vector<IPin*> all{input_};
+    std::vector<IPin*> all(inputs_.begin(), inputs_.end());
     all.insert(all.end(), outputs_.begin(), outputs_.end());
     *pins = new PinEnum(all, 0);
     return S_OK;
@@ -514,8 +551,10 @@ HRESULT PushFilter::EnumPins(IEnumPins** pins) {
 
 HRESULT PushFilter::FindPin(LPCWSTR id, IPin** pin) {
     *pin = nullptr;
-    if (id != nullptr && input_->name() == id) {
-        *pin = input_;
+    for (PushInputPin* in : inputs_) {
+        if (id != nullptr && in->name() == id) {
+            *pin = in;
+        }
     }
     for (PushOutputPin* out : outputs_) {
         if (id != nullptr && out->name() == id) {

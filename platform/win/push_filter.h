@@ -63,21 +63,30 @@ class PushFilter : public ComObject<IBaseFilter> {
     HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
 
   protected:
-    // The input takes `input_major` / `input_subtype` samples, whatever their format block.
-    PushFilter(const CLSID& clsid, const GUID& input_major, const GUID& input_subtype,
-               const wchar_t* input_name, const std::vector<const wchar_t*>& output_names);
+    // Inputs and outputs by name, in order; an input takes what accept_input says.
+    PushFilter(const CLSID& clsid, const std::vector<const wchar_t*>& input_names,
+               const std::vector<const wchar_t*>& output_names);
     ~PushFilter() override;
-    // The input has been connected with `type` (called before any output connects).
-    virtual void input_connected(const AM_MEDIA_TYPE& type) = 0;
+    // Input `input` has been connected with `type` (called before any output connects).
+    virtual void input_connected(std::size_t input, const AM_MEDIA_TYPE& type) = 0;
     // Fills `type` (zeroed by the caller) with what output `output` carries; false while
     // the input is not connected.
     virtual bool output_type(std::size_t output, AM_MEDIA_TYPE& type) = 0;
-    // What one sample of the input makes; called on the streaming thread while running
-    // or paused.
-    virtual HRESULT receive(IMediaSample* sample) = 0;
-    // Whether the input takes samples of `type`: by default the major type and subtype
-    // the filter was made with.
-    virtual bool accept_input(const AM_MEDIA_TYPE& type) const;
+    // What one sample of input `input` makes; called on the streaming thread while
+    // running or paused.
+    virtual HRESULT receive(std::size_t input, IMediaSample* sample) = 0;
+    // Whether input `input` takes samples of `type`.
+    virtual bool accept_input(std::size_t input, const AM_MEDIA_TYPE& type) const = 0;
+    // The end of the stream on input `input`: by default passed on to every output.
+    virtual void end_of_stream(std::size_t input);
+    // The filter leaves the stopped state, and enters it: for a filter that holds a
+    // resource while the graph runs (a file). A failure of started() fails the pause.
+    virtual HRESULT started() { return S_OK; }
+    virtual void stopped() {}
+    // Tells the graph, for a filter that ends streams (a renderer or a file writer).
+    void notify_graph(long code, LONG_PTR param1, LONG_PTR param2);
+    bool input_is_connected(std::size_t input) const;
+    const AM_MEDIA_TYPE& input_type(std::size_t input) const;
 
     // Sends `size` bytes down output `output`, with the times of `timing` if it has
     // them. S_OK without sending when the output is not connected.
@@ -90,8 +99,6 @@ class PushFilter : public ComObject<IBaseFilter> {
     friend class PushPin;
 
     CLSID clsid_;
-    GUID input_major_;
-    GUID input_subtype_;
     // Recursive: a downstream pin asks its connector about itself while it connects.
     std::recursive_mutex mutex_;
     // Read unlocked by the streaming thread.
@@ -99,7 +106,7 @@ class PushFilter : public ComObject<IBaseFilter> {
     IReferenceClock* clock_ = nullptr;
     IFilterGraph* graph_ = nullptr;  // not counted: the graph holds the filter
     std::wstring name_;
-    PushInputPin* input_ = nullptr;
+    std::vector<PushInputPin*> inputs_;
     std::vector<PushOutputPin*> outputs_;
 };
 
