@@ -93,10 +93,8 @@ TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
         graph.source = graph.get_filter(media::DeviceCategory::video_input, search.found);
         graph.add_filter(graph.source.get());
         graph.set_output_file(avi);
-        // Wine's multiplexer writes only fully interleaved files.
-        graph.set_interleaving(INTERLEAVE_FULL);
-        // Wine has no DV decoder for the preview, so only the capture stream is rendered:
-        // the builder finds the source's pin by its category.
+        // Only the capture stream is rendered: the builder finds the source's pin by its
+        // category.
         ASSERT_EQ(
             graph.builder->render_stream(media::PinCategory::capture, media::MajorType::interleaved,
                                          graph.source.get(), nullptr, graph.avimux.get()),
@@ -138,7 +136,7 @@ TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
 
         const std::vector<std::uint8_t> bytes = read_file(avi);
         const auto header = kc::avi::test::read_avi(bytes);
-        // One DV stream: interleaved where the multiplexer takes it, else DV video (Wine).
+        // One DV stream, as the camera gives it.
         ASSERT_EQ(header.streams.size(), 1u);
         EXPECT_EQ(header.streams[0].handler, "dvsd");
         std::vector<const kc::avi::test::Chunk*> frames;
