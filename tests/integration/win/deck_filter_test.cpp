@@ -14,6 +14,7 @@
 #include "graph/capgraph.h"
 #include "tests/unit/avi/riff_reader.h"
 #include "tests/unit/deck/deck_test_tapes.h"
+#include "tests/unit/deck/tape_frames_check.h"
 #include "tests/unit/workflow/temp_dir.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/deck_device.h"
@@ -149,21 +150,7 @@ TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
         EXPECT_EQ(frames.size() + static_cast<std::size_t>(lost),
                   static_cast<std::size_t>(plan.total_frames()))
             << "every tape frame is in the file or counted lost";
-        const std::size_t frame_size = frame_bytes(plan.system);
-        std::int64_t previous = -1;
-        for (const auto* chunk : frames) {
-            ASSERT_EQ(chunk->size, frame_size);
-            const std::vector<std::uint8_t> frame(
-                bytes.begin() + static_cast<long>(chunk->data),
-                bytes.begin() + static_cast<long>(chunk->data + frame_size));
-            const std::int64_t n = tapes::frame_mark(frame);
-            ASSERT_GT(n, previous) << "frames in tape order, none twice";
-            ASSERT_LT(n, plan.total_frames());
-            EXPECT_TRUE(std::equal(frame.begin(), frame.end(),
-                                   tape.begin() + static_cast<long>(n * frame_size)))
-                << "frame " << n << " as the tape has it";
-            previous = n;
-        }
+        tapes::expect_tape_frames(bytes, frames, tape, plan);
         graph.teardown();
     }
 }

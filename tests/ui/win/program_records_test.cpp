@@ -12,6 +12,7 @@
 #include "app/settings.h"
 #include "tests/unit/avi/riff_reader.h"
 #include "tests/unit/deck/deck_test_tapes.h"
+#include "tests/unit/deck/tape_frames_check.h"
 #include "tests/unit/workflow/temp_dir.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/win32.h"
@@ -88,21 +89,7 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
         // Three seconds of a 25 frame/s tape, give or take the moments Record takes.
         EXPECT_GE(frames.size(), 50u);
         EXPECT_LE(frames.size(), 100u);
-        const std::size_t frame_size = kc::deck::frame_bytes(plan.system);
-        std::int64_t previous = -1;
-        for (const auto* chunk : frames) {
-            ASSERT_EQ(chunk->size, frame_size);
-            const std::vector<std::uint8_t> frame(
-                bytes.begin() + static_cast<long>(chunk->data),
-                bytes.begin() + static_cast<long>(chunk->data + frame_size));
-            const std::int64_t n = tapes::frame_mark(frame);
-            ASSERT_GT(n, previous) << "tape order, none twice";
-            ASSERT_LT(n, plan.total_frames());
-            ASSERT_TRUE(std::equal(frame.begin(), frame.end(),
-                                   tape.begin() + static_cast<long>(n * frame_size)))
-                << "frame " << n << " as the tape has it";
-            previous = n;
-        }
+        tapes::expect_tape_frames(bytes, frames, tape, plan);
     }
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
     RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
