@@ -86,9 +86,10 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
             EXPECT_EQ(header.streams[0].type, "iavs") << "the camera's stream as it is";
         }
         const auto frames = kc::avi::test::movi_chunks(header.top, "00dc");
-        // Three seconds of a 25 frame/s tape, give or take the moments Record takes.
-        EXPECT_GE(frames.size(), 50u);
-        EXPECT_LE(frames.size(), 100u);
+        // Three seconds of a 25 frame/s tape, give or take the moments Record takes and
+        // a loaded machine's late timer: a recording, not a glimpse, and not the whole tape.
+        EXPECT_GE(frames.size(), 25u);
+        EXPECT_LE(frames.size(), 150u);
         tapes::expect_tape_frames(bytes, frames, tape, plan);
     }
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
