@@ -61,7 +61,9 @@ HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
 
 int DeckPin::type_at(int position) {
     // Asked once, of a multiplexer of the system's own, by offering it the interleaved
-    // type as this pin would connect with it.
+    // type as this pin would connect with it. A system whose multiplexer takes no
+    // interleaved DV (Wine) renders none for the preview either: there the frames are
+    // offered as DV video first, and our writer still files them as type 1.
     static const int first = [this] {
         bool takes = true;
         IBaseFilter* mux = nullptr;

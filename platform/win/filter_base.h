@@ -42,6 +42,18 @@ HRESULT give_reference(T* held, T** out, HRESULT if_none) {
     return S_OK;
 }
 
+// Holds a counted reference to `next` (may be null) in `held`, letting go of the old one.
+template <class T>
+void hold_reference(T*& held, T* next) {
+    if (next != nullptr) {
+        next->AddRef();
+    }
+    if (held != nullptr) {
+        held->Release();
+    }
+    held = next;
+}
+
 // A pin's answer to QueryPinInfo: its filter (counted), direction and name.
 inline HRESULT pin_info(PIN_INFO* info, IBaseFilter* filter, PIN_DIRECTION direction,
                         const wchar_t* name) {
@@ -145,13 +157,7 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
     }
     HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* clock) override {
         std::lock_guard lock(state_lock_);
-        if (clock != nullptr) {
-            clock->AddRef();
-        }
-        if (clock_ != nullptr) {
-            clock_->Release();
-        }
-        clock_ = clock;
+        hold_reference(clock_, clock);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock** clock) override {

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include "platform/win/filter_base.h"
+
 namespace kc::win {
 
 void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
@@ -523,23 +525,13 @@ HRESULT PushFilter::GetState(DWORD, FILTER_STATE* state) {
 
 HRESULT PushFilter::SetSyncSource(IReferenceClock* clock) {
     std::lock_guard lock(mutex_);
-    if (clock != nullptr) {
-        clock->AddRef();
-    }
-    if (clock_ != nullptr) {
-        clock_->Release();
-    }
-    clock_ = clock;
+    hold_reference(clock_, clock);
     return S_OK;
 }
 
 HRESULT PushFilter::GetSyncSource(IReferenceClock** clock) {
     std::lock_guard lock(mutex_);
-    *clock = clock_;
-    if (clock_ != nullptr) {
-        clock_->AddRef();
-    }
-    return S_OK;
+    return give_reference(clock_, clock, S_OK);
 }
 
 HRESULT PushFilter::EnumPins(IEnumPins** pins) {

@@ -2,6 +2,7 @@
 
 #include <future>
 #include <mutex>
+#include <span>
 #include <thread>
 
 #include "platform/win/com_object.h"
@@ -78,30 +79,36 @@ void register_all() {
     static const REGPINTYPES video_dv{&MEDIATYPE_Video, &MEDIASUBTYPE_dvsd};
     static const REGPINTYPES pcm{&MEDIATYPE_Audio, &MEDIASUBTYPE_PCM};
     static const REGPINTYPES rgb32{&MEDIATYPE_Video, &MEDIASUBTYPE_RGB32};
-    if (!system_has(CLSID_DVSplitter)) {
-        static const REGFILTERPINS2 pins[] = {
-            {0, 1, 1, &interleaved_dv, 0, nullptr, nullptr},
-            {REG_PINFLAG_B_OUTPUT, 1, 1, &video_dv, 0, nullptr, nullptr},
-            {REG_PINFLAG_B_OUTPUT, 1, 1, &pcm, 0, nullptr, nullptr},
-        };
+    static const REGFILTERPINS2 splitter_pins[] = {
+        {0, 1, 1, &interleaved_dv, 0, nullptr, nullptr},
+        {REG_PINFLAG_B_OUTPUT, 1, 1, &video_dv, 0, nullptr, nullptr},
+        {REG_PINFLAG_B_OUTPUT, 1, 1, &pcm, 0, nullptr, nullptr},
+    };
+    static const REGFILTERPINS2 decoder_pins[] = {
+        {0, 1, 1, &video_dv, 0, nullptr, nullptr},
+        {REG_PINFLAG_B_OUTPUT, 1, 1, &rgb32, 0, nullptr, nullptr},
+    };
+    struct StandIn {
+        const CLSID& system;
+        const CLSID& ours;
+        const wchar_t* name;
+        IBaseFilter* (*make)();
+        std::span<const REGFILTERPINS2> pins;
+    };
+    const StandIn stand_ins[] = {
+        {CLSID_DVSplitter, splitter_clsid, L"DV Splitter", &make_dv_splitter, splitter_pins},
+        {CLSID_DVVideoCodec, decoder_clsid, L"DV Video Decoder", &make_dv_decoder, decoder_pins},
+    };
+    for (const StandIn& stand_in : stand_ins) {
+        if (system_has(stand_in.system)) {
+            continue;
+        }
         REGFILTER2 data{};
         data.dwVersion = 2;
         data.dwMerit = MERIT_NORMAL;
-        data.cPins2 = 3;
-        data.rgPins2 = pins;
-        register_stand_in(splitter_clsid, L"DV Splitter", &make_dv_splitter, data);
-    }
-    if (!system_has(CLSID_DVVideoCodec)) {
-        static const REGFILTERPINS2 pins[] = {
-            {0, 1, 1, &video_dv, 0, nullptr, nullptr},
-            {REG_PINFLAG_B_OUTPUT, 1, 1, &rgb32, 0, nullptr, nullptr},
-        };
-        REGFILTER2 data{};
-        data.dwVersion = 2;
-        data.dwMerit = MERIT_NORMAL;
-        data.cPins2 = 2;
-        data.rgPins2 = pins;
-        register_stand_in(decoder_clsid, L"DV Video Decoder", &make_dv_decoder, data);
+        data.cPins2 = static_cast<ULONG>(stand_in.pins.size());
+        data.rgPins2 = stand_in.pins.data();
+        register_stand_in(stand_in.ours, stand_in.name, stand_in.make, data);
     }
 }
 

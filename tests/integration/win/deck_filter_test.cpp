@@ -60,11 +60,6 @@ bool find_deck(media::Moniker* moniker, void* context) {
     return true;
 }
 
-std::vector<std::uint8_t> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 }  // namespace
 
 TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
@@ -72,9 +67,7 @@ TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
     const TapePlan plan = tapes::small_plan(DvSystem::pal_625_50, 12);
     const std::vector<std::uint8_t> tape = tapes::make_tape_bytes(plan);
     const std::string tape_path = dir.path() + "\\deck tape.dv";
-    std::ofstream(tape_path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(tape.data()),
-               static_cast<std::streamsize>(tape.size()));
+    tapes::write_file_bytes(tape_path, tape);
     ASSERT_EQ(_putenv_s("KESTREL_VIRTUAL_DECK", tape_path.c_str()), 0);
     ASSERT_EQ(_putenv_s("KESTREL_VIRTUAL_DECK_UNPACED", "1"), 0);
     const auto vcr = kc::win::virtual_deck();
@@ -135,7 +128,7 @@ TEST_F(DeckFilterTest, ACaptureFromTheListedDeckHoldsTheTapeFramesInOrder) {
         ASSERT_EQ(dropped->get_num_not_dropped(&kept), S_OK);
         EXPECT_GT(lost, 0);
 
-        const std::vector<std::uint8_t> bytes = read_file(avi);
+        const std::vector<std::uint8_t> bytes = tapes::read_file_bytes(avi);
         const auto header = kc::avi::test::read_avi(bytes);
         // One DV stream, as the camera gives it.
         ASSERT_EQ(header.streams.size(), 1u);

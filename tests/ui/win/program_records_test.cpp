@@ -16,15 +16,11 @@
 #include "tests/unit/workflow/temp_dir.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/win32.h"
+#include "tests/ui/win/program_process.h"
 
 namespace {
 
 namespace tapes = kc::deck::testing;
-
-std::vector<std::uint8_t> read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 }  // namespace
 
@@ -33,9 +29,7 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
     const kc::deck::TapePlan plan = tapes::small_plan(kc::deck::DvSystem::pal_625_50, 400, 0);
     const std::vector<std::uint8_t> tape = tapes::make_tape_bytes(plan);
     const std::string tape_path = dir.path() + "\\tape.dv";
-    std::ofstream(tape_path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(tape.data()),
-               static_cast<std::streamsize>(tape.size()));
+    tapes::write_file_bytes(tape_path, tape);
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", tape_path.c_str());
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK_UNPACED", nullptr);
     for (const DWORD type2 : {0u, 1u}) {
@@ -48,13 +42,8 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
         const std::string captures = dir.path() + "\\captures" + std::to_string(type2);
         ASSERT_TRUE(CreateDirectoryA(captures.c_str(), nullptr));
 
-        std::string command =
-            "\"" KC_PROGRAM "\" --self-test-capture 3 --output \"" + captures + "\"";
-        STARTUPINFOA startup{};
-        startup.cb = sizeof startup;
         PROCESS_INFORMATION process{};
-        ASSERT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                   nullptr, &startup, &process))
+        ASSERT_TRUE(start_program("--self-test-capture 3 --output \"" + captures + "\"", process))
             << GetLastError();
         // The self-test ends the program by itself; two minutes bound a hung one.
         const DWORD waited = WaitForSingleObject(process.hProcess, 120000);
@@ -75,7 +64,7 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
         EXPECT_FALSE(FindNextFileA(search, &found)) << "one recording, one file";
         FindClose(search);
 
-        const std::vector<std::uint8_t> bytes = read_file(captures + "\\" + name);
+        const std::vector<std::uint8_t> bytes = tapes::read_file_bytes(captures + "\\" + name);
         const auto header = kc::avi::test::read_avi(bytes);
         if (type2 != 0) {
             ASSERT_EQ(header.streams.size(), 2u);

@@ -11,6 +11,7 @@
 #include "app/settings.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/win_system.h"
+#include "tests/ui/win/program_process.h"
 
 namespace {
 
@@ -62,13 +63,8 @@ TEST(WinProgram, WithoutACameraItSaysSoEndsWithMinusOneAndWritesTheEightSettings
     RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
 
-    std::string command = "\"" KC_PROGRAM "\"";
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
-    ASSERT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                               nullptr, &startup, &process))
-        << GetLastError();
+    ASSERT_TRUE(start_program("", process)) << GetLastError();
 
     HWND dialog = error_dialog_of(process);
     if (dialog == nullptr) {

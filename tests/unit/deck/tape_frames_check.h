@@ -1,19 +1,33 @@
 // Checks the DV frames a capture file holds against the tape they were played from: each
 // is a tape frame (found by the mark make_tape_bytes stamps), byte for byte, in tape
-// order, none twice.
+// order, none twice. With the file reading and writing such checks need.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "tests/unit/avi/riff_reader.h"
 #include "tests/unit/deck/deck_test_tapes.h"
 
 namespace kc::deck::testing {
+
+inline std::vector<std::uint8_t> read_file_bytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline void write_file_bytes(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
 
 inline void expect_tape_frames(std::span<const std::uint8_t> file,
                                const std::vector<const kc::avi::test::Chunk*>& chunks,
