@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "platform/gst/avi/dv_avi_writer.h"
-#include "platform/gst/kestrel_avi_sink.h"
+#include "platform/gst/elements.h"
 
 namespace {
 

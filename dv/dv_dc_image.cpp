@@ -88,19 +88,44 @@ std::optional<DcImage> decode_dc_image(std::span<const std::uint8_t> frame, DvSy
     return image;
 }
 
+namespace {
+
+// BT.601 studio range in 16.16 fixed point.
+struct Rgb {
+    std::uint8_t r, g, b;
+};
+Rgb rgb_of(const DcImage& image, std::size_t i) {
+    auto clamp8 = [](int v) { return static_cast<std::uint8_t>(std::clamp(v >> 16, 0, 255)); };
+    const int y = 76309 * (image.y[i] - 16) + 32768;
+    const int cb = image.cb[i] - 128;
+    const int cr = image.cr[i] - 128;
+    return {clamp8(y + 104597 * cr), clamp8(y - 25675 * cb - 53279 * cr), clamp8(y + 132201 * cb)};
+}
+
+}  // namespace
+
 std::vector<std::uint8_t> to_rgb24(const DcImage& image) {
     std::vector<std::uint8_t> rgb(image.y.size() * 3);
-    // BT.601 studio range in 16.16 fixed point.
-    auto clamp8 = [](int v) { return static_cast<std::uint8_t>(std::clamp(v >> 16, 0, 255)); };
     for (std::size_t i = 0; i < image.y.size(); ++i) {
-        const int y = 76309 * (image.y[i] - 16) + 32768;
-        const int cb = image.cb[i] - 128;
-        const int cr = image.cr[i] - 128;
-        rgb[3 * i] = clamp8(y + 104597 * cr);
-        rgb[3 * i + 1] = clamp8(y - 25675 * cb - 53279 * cr);
-        rgb[3 * i + 2] = clamp8(y + 132201 * cb);
+        const Rgb p = rgb_of(image, i);
+        rgb[3 * i] = p.r;
+        rgb[3 * i + 1] = p.g;
+        rgb[3 * i + 2] = p.b;
     }
     return rgb;
+}
+
+void write_bgrx(const DcImage& image, std::uint8_t* out, std::size_t stride) {
+    for (int row = 0; row < image.height; ++row) {
+        std::uint8_t* line = out + static_cast<std::size_t>(row) * stride;
+        for (int x = 0; x < image.width; ++x) {
+            const Rgb p = rgb_of(image, static_cast<std::size_t>(row * image.width + x));
+            line[4 * x] = p.b;
+            line[4 * x + 1] = p.g;
+            line[4 * x + 2] = p.r;
+            line[4 * x + 3] = 0xff;
+        }
+    }
 }
 
 }  // namespace kc::dv

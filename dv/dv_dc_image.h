@@ -22,6 +22,7 @@
 //   macroblocks laid out as on 625-50.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -53,5 +54,9 @@ std::optional<DcImage> decode_dc_image(std::span<const std::uint8_t> frame, DvSy
 
 // The picture as 8-bit R, G, B per pixel (ITU-R BT.601), row by row, top row first.
 std::vector<std::uint8_t> to_rgb24(const DcImage& image);
+
+// The picture as 8-bit B, G, R and an opaque fourth byte per pixel, as the screen takes it,
+// into `out`: rows `stride` bytes apart, top row first.
+void write_bgrx(const DcImage& image, std::uint8_t* out, std::size_t stride);
 
 }  // namespace kc::dv

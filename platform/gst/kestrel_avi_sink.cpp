@@ -686,7 +686,7 @@ static void kestrel_avi_sink_init(KestrelAviSink* self) {
     GST_OBJECT_FLAG_SET(self, GST_ELEMENT_FLAG_SINK);
 }
 
-bool register_elements() {
+bool register_avi_sink() {
     GST_DEBUG_CATEGORY_INIT(kc_avi_sink_debug, "kestrelavisink", 0, "Kestrel DV AVI writer");
     return gst_element_register(nullptr, "kestrelavisink", GST_RANK_NONE,
                                 kestrel_avi_sink_get_type()) == TRUE;

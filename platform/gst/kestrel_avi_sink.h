@@ -1,6 +1,7 @@
 // kestrelavisink: the AVI multiplexer and file writer of DV captures, as a GStreamer sink
 // element over DvAviWriter (platform/gst/avi/dv_avi_writer.h). Register it with
-// register_elements(), then make it with gst_element_factory_make("kestrelavisink", name).
+// register_elements() (platform/gst/elements.h), then make it with
+// gst_element_factory_make("kestrelavisink", name).
 //
 // Request pads, at most one of each, requested before the first buffer arrives (later
 // requests, and second ones, return NULL):
@@ -46,9 +47,8 @@
 
 namespace kc::gst {
 
-// Registers "kestrelavisink" with GStreamer for this process, without a plugin file.
-// Call after gst_init, from any thread; repeated calls are harmless. False on failure.
-bool register_elements();
+// Registers "kestrelavisink" with GStreamer for this process. False on failure.
+bool register_avi_sink();
 
 GType kestrel_avi_sink_get_type();
 

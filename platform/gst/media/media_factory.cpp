@@ -3,7 +3,7 @@
 // in this folder is reached only through what the factory makes.
 #include "platform/gst/media/gst_media.h"
 
-#include "platform/gst/kestrel_avi_sink.h"
+#include "platform/gst/elements.h"
 #include "platform/gst/media/media_internal.h"
 
 namespace kc::gst {

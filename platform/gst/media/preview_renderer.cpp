@@ -111,8 +111,7 @@ GstPadProbeReturn note_decoded_size(GstPad*, GstPadProbeInfo* info, gpointer dat
 // 720 x 576 one.
 GstElement* video_chain(GstElement* bin, VideoOut* out, bool dv, GstElement** decoder) {
     GstElement* queue = make("queue", "vq");
-    GstElement* decode =
-        dv ? make(gst_element_factory_find("avdec_dvvideo") ? "avdec_dvvideo" : "dvdec") : nullptr;
+    GstElement* decode = dv ? make("kestreldvdec") : nullptr;
     GstElement* scale = make("videoscale");
     GstElement* convert = make("videoconvert");
     GstElement* caps = make("capsfilter");

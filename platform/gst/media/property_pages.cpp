@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/gst/kestrel_dv_decoder.h"
 #include "platform/gst/media/media_internal.h"
 
 namespace kc::gst {
@@ -109,31 +110,6 @@ bool apply_element_setting(GstElement* element, const std::string& name, const s
 namespace detail {
 namespace {
 
-// How much of each frame a DV decoder can decode, in the user's terms, and the setting of
-// the decoder that gives it. libav's decoder scales the inverse transform down (half and
-// quarter size); GStreamer's own decoder can instead keep only each block's DC
-// coefficient, the cheapest picture there is, at full size.
-struct Resolution {
-    const char* name;
-    const char* property;
-    int value;
-};
-constexpr Resolution libav_resolutions[] = {
-    {"full", "lowres", 0}, {"half", "lowres", 1}, {"quarter", "lowres", 2}};
-constexpr Resolution dvdec_resolutions[] = {{"full", "quality", 5}, {"DC only", "quality", 3}};
-
-std::vector<Resolution> resolutions_of(GstElement* decoder) {
-    GstElementFactory* factory = gst_element_get_factory(decoder);
-    const std::string name = factory ? GST_OBJECT_NAME(factory) : "";
-    if (name == "avdec_dvvideo") {
-        return {std::begin(libav_resolutions), std::end(libav_resolutions)};
-    }
-    if (name == "dvdec") {
-        return {std::begin(dvdec_resolutions), std::end(dvdec_resolutions)};
-    }
-    return {};
-}
-
 constexpr const char* resolution_item = "resolution";
 
 PropertyPage display_page(GstElement* decoder) {
@@ -142,25 +118,21 @@ PropertyPage display_page(GstElement* decoder) {
     item.label = "Display resolution";
     item.blurb = "How much of each frame the preview decodes; less costs less";
     item.kind = PropertyItem::Kind::choice;
-    const auto offered = resolutions_of(decoder);
-    for (const Resolution& r : offered) {
-        item.choices.emplace_back(r.name);
-        int now = -1;
-        g_object_get(decoder, r.property, &now, nullptr);
-        if (now == r.value) {
-            item.value = r.name;
-        }
-    }
+    const auto offered = dv_decoder_resolutions(decoder);
+    item.choices = offered;
+    item.value = dv_decoder_resolution(decoder);
     item.writable = !offered.empty();
     return {"Display", {item}};
 }
 
-void apply_resolution(GstElement* decoder, const std::string& name) {
-    for (const Resolution& r : resolutions_of(decoder)) {
-        if (name == r.name) {
-            g_object_set(decoder, r.property, r.value, nullptr);
+// The decoder's own settings are those of the picture decoder inside it.
+GstElement* settings_element(Filter& filter) {
+    if (filter.kind == Kind::decoder) {
+        if (GstElement* inner = dv_decoder_picture_decoder(filter.element)) {
+            return inner;
         }
     }
+    return filter.element;
 }
 
 }  // namespace
@@ -180,7 +152,7 @@ std::vector<PropertyPage> pages_of(Filter& filter, const std::vector<media::Guid
         if (id == display_page_id && filter.kind == Kind::decoder) {
             pages.push_back(display_page(filter.element));
         } else if (id == settings_page_id) {
-            pages.push_back({"Settings", element_settings(filter.element)});
+            pages.push_back({"Settings", element_settings(settings_element(filter))});
         }
     }
     return pages;
@@ -189,9 +161,9 @@ std::vector<PropertyPage> pages_of(Filter& filter, const std::vector<media::Guid
 void apply_changes(Filter& filter, const PropertyChanges& changes) {
     for (const auto& [name, value] : changes) {
         if (name == resolution_item && filter.kind == Kind::decoder) {
-            apply_resolution(filter.element, value);
+            set_dv_decoder_resolution(filter.element, value);
         } else {
-            apply_element_setting(filter.element, name, value);
+            apply_element_setting(settings_element(filter), name, value);
         }
     }
 }

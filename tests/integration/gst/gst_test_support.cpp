@@ -12,7 +12,7 @@
 #include <mutex>
 #include <sstream>
 
-#include "platform/gst/kestrel_avi_sink.h"
+#include "platform/gst/elements.h"
 
 extern char** environ;
 

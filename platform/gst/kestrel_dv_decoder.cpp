@@ -1,0 +1,325 @@
+#include "platform/gst/kestrel_dv_decoder.h"
+
+#include <optional>
+#include <span>
+
+#include "dv/dv_dc_image.h"
+
+extern "C" {
+
+struct KcDvDcDecoder {
+    GstElement parent;
+    GstPad* sink;
+    GstPad* src;
+    // The picture size of the caps sent last; 0 before the first.
+    int width;
+    int height;
+    // The tape's pixel shape, from the frames' own caps; 0 when they gave none.
+    int par_n;
+    int par_d;
+    // A segment that came before the picture's caps could be sent: it follows them.
+    GstEvent* held_segment;
+};
+
+struct KcDvDcDecoderClass {
+    GstElementClass parent_class;
+};
+
+G_DEFINE_TYPE(KcDvDcDecoder, kc_dv_dc_decoder, GST_TYPE_ELEMENT)
+
+struct KcDvDecoder {
+    GstBin parent;
+    GstElement* route;  // output-selector: which decoder gets the frames
+    GstElement* pick;   // input-selector: whose pictures go on
+    GstElement* picture;
+    GstPad* to_picture;
+    GstPad* to_dc;
+    GstPad* from_picture;
+    GstPad* from_dc;
+    bool libav;
+    int resolution;  // an index into resolution_names
+};
+
+struct KcDvDecoderClass {
+    GstBinClass parent_class;
+};
+
+G_DEFINE_TYPE(KcDvDecoder, kc_dv_decoder, GST_TYPE_BIN)
+
+}  // extern "C"
+
+namespace kc::gst {
+namespace {
+
+constexpr const char* resolution_names[] = {"full", "half", "quarter", "DC only"};
+constexpr int dc_only = 3;
+
+GstStaticPadTemplate dc_sink_template =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
+GstStaticPadTemplate dc_src_template = GST_STATIC_PAD_TEMPLATE(
+    "src", GST_PAD_SRC, GST_PAD_ALWAYS,
+    GST_STATIC_CAPS("video/x-raw, format=(string)BGRx, width=(int)[1, 2147483647], "
+                    "height=(int)[1, 2147483647], framerate=(fraction)[0/1, 2147483647/1]"));
+GstStaticPadTemplate bin_sink_template =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
+GstStaticPadTemplate bin_src_template =
+    GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-raw"));
+
+KcDvDcDecoder* dc_of(GstObject* parent) {
+    return reinterpret_cast<KcDvDcDecoder*>(parent);
+}
+
+void send_caps(KcDvDcDecoder& self, const dv::DcImage& image, dv::DvSystem system) {
+    const dv::FrameRate rate = dv::frame_rate(system);
+    GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width",
+                                        G_TYPE_INT, image.width, "height", G_TYPE_INT, image.height,
+                                        "framerate", GST_TYPE_FRACTION, static_cast<int>(rate.num),
+                                        static_cast<int>(rate.den), nullptr);
+    if (self.par_n > 0 && self.par_d > 0) {
+        gst_caps_set_simple(caps, "pixel-aspect-ratio", GST_TYPE_FRACTION, self.par_n, self.par_d,
+                            nullptr);
+    }
+    gst_pad_push_event(self.src, gst_event_new_caps(caps));
+    gst_caps_unref(caps);
+    self.width = image.width;
+    self.height = image.height;
+}
+
+GstFlowReturn dc_chain(GstPad*, GstObject* parent, GstBuffer* in) {
+    KcDvDcDecoder& self = *dc_of(parent);
+    GstMapInfo map;
+    if (!gst_buffer_map(in, &map, GST_MAP_READ)) {
+        gst_buffer_unref(in);
+        return GST_FLOW_ERROR;
+    }
+    const std::span<const std::uint8_t> frame(map.data, map.size);
+    const std::optional<dv::DvSystem> system = dv::system_of_frame_start(frame);
+    const std::optional<dv::DcImage> image =
+        system ? dv::decode_dc_image(frame, *system) : std::nullopt;
+    gst_buffer_unmap(in, &map);
+    if (!image) {
+        // A frame cut short or without its header: the preview shows the next whole one.
+        gst_buffer_unref(in);
+        return GST_FLOW_OK;
+    }
+    if (image->width != self.width || image->height != self.height) {
+        send_caps(self, *image, *system);
+    }
+    if (self.held_segment) {
+        gst_pad_push_event(self.src, self.held_segment);
+        self.held_segment = nullptr;
+    }
+    const auto stride = static_cast<std::size_t>(image->width) * 4;
+    GstBuffer* out =
+        gst_buffer_new_allocate(nullptr, stride * static_cast<std::size_t>(image->height), nullptr);
+    GstMapInfo out_map;
+    if (out == nullptr || !gst_buffer_map(out, &out_map, GST_MAP_WRITE)) {
+        if (out) {
+            gst_buffer_unref(out);
+        }
+        gst_buffer_unref(in);
+        return GST_FLOW_ERROR;
+    }
+    dv::write_bgrx(*image, out_map.data, stride);
+    gst_buffer_unmap(out, &out_map);
+    gst_buffer_copy_into(out, in, GST_BUFFER_COPY_TIMESTAMPS, 0, static_cast<gsize>(-1));
+    gst_buffer_unref(in);
+    return gst_pad_push(self.src, out);
+}
+
+gboolean dc_sink_event(GstPad* pad, GstObject* parent, GstEvent* event) {
+    KcDvDcDecoder& self = *dc_of(parent);
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT && self.width == 0) {
+        gst_event_replace(&self.held_segment, event);
+        gst_event_unref(event);
+        return TRUE;
+    }
+    if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
+        return gst_pad_event_default(pad, parent, event);
+    }
+    // The frames' caps say nothing the picture's caps need but the pixel shape; the
+    // picture's own go out with the next frame, once its size is known.
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    const GstStructure* s = caps ? gst_caps_get_structure(caps, 0) : nullptr;
+    int n = 0;
+    int d = 0;
+    if (s && gst_structure_get_fraction(s, "pixel-aspect-ratio", &n, &d)) {
+        self.par_n = n;
+        self.par_d = d;
+    }
+    self.width = 0;
+    gst_event_unref(event);
+    return TRUE;
+}
+
+KcDvDecoder* decoder_of(GstElement* element) {
+    if (element == nullptr || !G_TYPE_CHECK_INSTANCE_TYPE(element, kc_dv_decoder_get_type())) {
+        return nullptr;
+    }
+    return reinterpret_cast<KcDvDecoder*>(element);
+}
+
+GstPad* request(GstElement* selector, const char* name) {
+    return gst_element_request_pad_simple(selector, name);
+}
+
+void link(GstPad* from, GstElement* to, const char* pad) {
+    GstPad* sink = gst_element_get_static_pad(to, pad);
+    gst_pad_link(from, sink);
+    gst_object_unref(sink);
+}
+
+void link(GstElement* from, const char* pad, GstPad* to) {
+    GstPad* src = gst_element_get_static_pad(from, pad);
+    gst_pad_link(src, to);
+    gst_object_unref(src);
+}
+
+void ghost(GstElement* bin, GstElement* child, const char* name, GstStaticPadTemplate* templ) {
+    GstPad* target = gst_element_get_static_pad(child, name);
+    GstPadTemplate* pad_template = gst_static_pad_template_get(templ);
+    gst_element_add_pad(bin, gst_ghost_pad_new_from_template(name, target, pad_template));
+    gst_object_unref(pad_template);
+    gst_object_unref(target);
+}
+
+}  // namespace
+
+bool register_dv_decoders() {
+    return gst_element_register(nullptr, "kestreldvdcdec", GST_RANK_NONE,
+                                kc_dv_dc_decoder_get_type()) == TRUE &&
+           gst_element_register(nullptr, "kestreldvdec", GST_RANK_NONE, kc_dv_decoder_get_type()) ==
+               TRUE;
+}
+
+std::vector<std::string> dv_decoder_resolutions(GstElement* element) {
+    const KcDvDecoder* self = decoder_of(element);
+    if (self == nullptr) {
+        return {};
+    }
+    if (self->libav) {
+        return {std::begin(resolution_names), std::end(resolution_names)};
+    }
+    return {resolution_names[0], resolution_names[dc_only]};
+}
+
+std::string dv_decoder_resolution(GstElement* element) {
+    const KcDvDecoder* self = decoder_of(element);
+    return self ? resolution_names[self->resolution] : "";
+}
+
+bool set_dv_decoder_resolution(GstElement* element, const std::string& resolution) {
+    KcDvDecoder* self = decoder_of(element);
+    if (self == nullptr) {
+        return false;
+    }
+    int chosen = -1;
+    for (const std::string& offered : dv_decoder_resolutions(element)) {
+        if (offered == resolution) {
+            for (int i = 0; i <= dc_only; ++i) {
+                if (resolution == resolution_names[i]) {
+                    chosen = i;
+                }
+            }
+        }
+    }
+    if (chosen < 0) {
+        return false;
+    }
+    if (chosen != dc_only && self->libav) {
+        g_object_set(self->picture, "lowres", chosen, nullptr);
+    }
+    // Where the frames go first, then whose pictures are taken: a frame already in the
+    // decoder left behind is dropped, not shown after the new decoder's first.
+    const bool dc = chosen == dc_only;
+    g_object_set(self->route, "active-pad", dc ? self->to_dc : self->to_picture, nullptr);
+    g_object_set(self->pick, "active-pad", dc ? self->from_dc : self->from_picture, nullptr);
+    self->resolution = chosen;
+    return true;
+}
+
+GstElement* dv_decoder_picture_decoder(GstElement* element) {
+    KcDvDecoder* self = decoder_of(element);
+    return self ? self->picture : nullptr;
+}
+
+}  // namespace kc::gst
+
+extern "C" {
+
+static void kc_dv_dc_decoder_finalize(GObject* object) {
+    auto* self = reinterpret_cast<KcDvDcDecoder*>(object);
+    gst_event_replace(&self->held_segment, nullptr);
+    G_OBJECT_CLASS(kc_dv_dc_decoder_parent_class)->finalize(object);
+}
+
+static void kc_dv_dc_decoder_class_init(KcDvDcDecoderClass* klass) {
+    G_OBJECT_CLASS(klass)->finalize = kc_dv_dc_decoder_finalize;
+    GstElementClass* element_class = GST_ELEMENT_CLASS(klass);
+    gst_element_class_add_static_pad_template(element_class, &kc::gst::dc_sink_template);
+    gst_element_class_add_static_pad_template(element_class, &kc::gst::dc_src_template);
+    gst_element_class_set_static_metadata(
+        element_class, "Kestrel DV DC-picture decoder", "Codec/Decoder/Video",
+        "One pixel per DCT block of a DV frame, from the DC coefficients alone", "Kestrel Capture");
+}
+
+static void kc_dv_dc_decoder_init(KcDvDcDecoder* self) {
+    self->sink = gst_pad_new_from_static_template(&kc::gst::dc_sink_template, "sink");
+    gst_pad_set_chain_function(self->sink, kc::gst::dc_chain);
+    gst_pad_set_event_function(self->sink, kc::gst::dc_sink_event);
+    gst_element_add_pad(GST_ELEMENT(self), self->sink);
+    self->src = gst_pad_new_from_static_template(&kc::gst::dc_src_template, "src");
+    gst_pad_use_fixed_caps(self->src);
+    gst_element_add_pad(GST_ELEMENT(self), self->src);
+}
+
+static void kc_dv_decoder_finalize(GObject* object) {
+    auto* self = reinterpret_cast<KcDvDecoder*>(object);
+    for (GstPad* pad : {self->to_picture, self->to_dc, self->from_picture, self->from_dc}) {
+        gst_object_unref(pad);
+    }
+    G_OBJECT_CLASS(kc_dv_decoder_parent_class)->finalize(object);
+}
+
+static void kc_dv_decoder_class_init(KcDvDecoderClass* klass) {
+    G_OBJECT_CLASS(klass)->finalize = kc_dv_decoder_finalize;
+    GstElementClass* element_class = GST_ELEMENT_CLASS(klass);
+    gst_element_class_add_static_pad_template(element_class, &kc::gst::bin_sink_template);
+    gst_element_class_add_static_pad_template(element_class, &kc::gst::bin_src_template);
+    gst_element_class_set_static_metadata(
+        element_class, "Kestrel DV preview decoder", "Codec/Decoder/Video",
+        "DV video at a display resolution that can change while it plays", "Kestrel Capture");
+}
+
+static void kc_dv_decoder_init(KcDvDecoder* self) {
+    using namespace kc::gst;
+    GstElement* bin = GST_ELEMENT(self);
+    self->libav = gst_element_factory_find("avdec_dvvideo") != nullptr;
+    self->route = gst_element_factory_make("output-selector", "route");
+    self->pick = gst_element_factory_make("input-selector", "pick");
+    self->picture = gst_element_factory_make(self->libav ? "avdec_dvvideo" : "dvdec", "picture");
+    GstElement* dc =
+        static_cast<GstElement*>(g_object_new(kc_dv_dc_decoder_get_type(), "name", "dc", nullptr));
+    // Only the decoder in use is asked what it takes; the two take the same frames but give
+    // different pictures, and their pictures never meet. One streaming thread drives both
+    // branches, so the idle one must never be waited for.
+    gst_util_set_object_arg(G_OBJECT(self->route), "pad-negotiation-mode", "active");
+    g_object_set(self->pick, "sync-streams", FALSE, nullptr);
+    gst_bin_add_many(GST_BIN(bin), self->route, self->picture, dc, self->pick, nullptr);
+    self->to_picture = request(self->route, "src_%u");
+    self->to_dc = request(self->route, "src_%u");
+    self->from_picture = request(self->pick, "sink_%u");
+    self->from_dc = request(self->pick, "sink_%u");
+    link(self->to_picture, self->picture, "sink");
+    link(self->to_dc, dc, "sink");
+    link(self->picture, "src", self->from_picture);
+    link(dc, "src", self->from_dc);
+    ghost(bin, self->route, "sink", &bin_sink_template);
+    ghost(bin, self->pick, "src", &bin_src_template);
+    g_object_set(self->route, "active-pad", self->to_picture, nullptr);
+    g_object_set(self->pick, "active-pad", self->from_picture, nullptr);
+    self->resolution = 0;
+}
+
+}  // extern "C"
