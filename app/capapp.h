@@ -109,6 +109,9 @@ class CapApp {
     // Tells a capture path that can place every frame itself that the recording changed,
     // so that the file ends exactly at the break (see media::SceneSplit).
     void split_at_break();
+    // Whether that capture path holds frames from a recording break it has seen in the
+    // stream and the capture has not split at.
+    bool stream_holds_break();
     // Deletes a capture file that is too short to keep, and its log.
     void delete_capture_file(const std::string& path);
     // The tail of every DV capture start: the graph writing `path`, its counters, the

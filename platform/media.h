@@ -133,10 +133,15 @@ class DroppedFrames : public Unknown {
 // last frame before the latest recording break the stream shows by its end (or, if none
 // shows, with the frames taken so far), and the frames from there on open the next capture
 // file of this graph, without the frames the tape repeats after it is played again.
+//
+// It also says whether the stream shows a recording break the capture has not split at:
+// a flag raised for fewer frames than lie between two of the capture's looks at the tape
+// is seen only there. *held is OATRUE then, else 0.
 class SceneSplit : public Unknown {
   public:
     static constexpr Iid iid = Iid::scene_split;
     virtual HRESULT split_at_break() = 0;
+    virtual HRESULT get_break_held(long* held) = 0;
 };
 
 // The text log written beside a capture file (the file's name with ".log" for its

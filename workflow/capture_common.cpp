@@ -19,6 +19,13 @@ void CapApp::split_at_break() {
     }
 }
 
+bool CapApp::stream_holds_break() {
+    ComPtr<media::SceneSplit> splitter;
+    long held = 0;
+    return dropped->valid() && succeeded(query_interface(dropped->get(), splitter)) &&
+           succeeded(splitter->get_break_held(&held)) && held == media::OATRUE;
+}
+
 void CapApp::delete_capture_file(const std::string& path) {
     // Neither result is examined: a file that cannot be deleted is not reported.
     (void)platform.system.delete_file(path);

@@ -65,7 +65,8 @@ bool CapApp::scene_step(const Timecode& tc, std::string& new_file) {
         long playing = 0;
         (void)dv->transport()->get_status(media::ED_MODE_PLAY, &playing);
         if (playing == media::OATRUE) {
-            if (!tc.user_flag) {
+            // The stream, which sees every frame, may show a break between two looks.
+            if (!tc.user_flag && !stream_holds_break()) {
                 const long format = dv->time_format();
                 const std::int32_t d = static_cast<std::int32_t>(
                     static_cast<std::uint32_t>(tc.to_frames(format)) -
@@ -75,7 +76,7 @@ bool CapApp::scene_step(const Timecode& tc, std::string& new_file) {
                     return true;
                 }
             }
-            // A scene break: backwards, too far forward, or flagged.
+            // A scene break: backwards, too far forward, or flagged, here or in the stream.
             split_at_break();
             stop_capture();
             next_scene_file(new_file);

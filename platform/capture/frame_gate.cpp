@@ -165,6 +165,7 @@ void FrameGate::begin_file() {
 void FrameGate::note_held() {
     std::lock_guard counting(counters_lock_);
     held_count_ = static_cast<std::int64_t>(held_.size());
+    break_held_ = holding_ && !held_.empty();
 }
 
 void FrameGate::frame(Frame frame) {
@@ -283,6 +284,11 @@ void FrameGate::finish_log() {
     if (log_ != nullptr) {
         log_->finish(last_written_, counters());
     }
+}
+
+bool FrameGate::holds_break() {
+    std::lock_guard counting(counters_lock_);
+    return break_held_ && !split_asked_;
 }
 
 GateCounters FrameGate::counters() {

@@ -21,6 +21,8 @@
 //
 // The capture's own rule decides that a break happened (it compares the timecodes it polls
 // every 250 ms, with the same 60-frame limit); the gate only decides which frames go where.
+// A break the polls can miss (a flag raised for fewer frames than lie between two of them)
+// is told to the capture by holds_break(), so that it splits there too.
 //
 // Threads: frame() and end() come from the streaming thread, in stream order; split() and
 // counters() from the user-interface thread, which never waits for a frame being written.
@@ -125,6 +127,9 @@ class FrameGate {
     // Once the file is closed: the log's closing lines.
     void finish_log();
     GateCounters counters();
+    // Whether frames from a recording break in this file's stream wait for a split that
+    // has not been asked for.
+    bool holds_break();
 
   private:
     enum class Step { first, next, repeat, gap, recording_break };
@@ -168,6 +173,7 @@ class FrameGate {
     std::mutex counters_lock_;
     GateCounters counters_;
     std::int64_t held_count_ = 0;
+    bool break_held_ = false;
 };
 
 }  // namespace kc::capture

@@ -253,6 +253,12 @@ void frame_gate_split(GstElement* element) {
     }
 }
 
+bool frame_gate_holds_break(GstElement* element) {
+    GateState& s = state_of(element);
+    std::lock_guard lock(s.lock);
+    return s.gate && s.gate->holds_break();
+}
+
 capture::GateCounters frame_gate_counters(GstElement* element) {
     GateState& s = state_of(element);
     std::lock_guard lock(s.lock);

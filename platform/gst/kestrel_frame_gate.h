@@ -26,6 +26,10 @@ GstElement* make_frame_gate(std::shared_ptr<capture::Carry> carry, const std::st
 // The capture decided the recording changed: see FrameGate::split. Any thread.
 void frame_gate_split(GstElement* gate);
 
+// Whether a recording break in the stream waits for a split: see FrameGate::holds_break.
+// Any thread.
+bool frame_gate_holds_break(GstElement* gate);
+
 // The counters of the file behind the gate so far. Any thread.
 capture::GateCounters frame_gate_counters(GstElement* gate);
 

@@ -592,6 +592,10 @@ HRESULT FakeDroppedFrames::split_at_break() {
     return script.result("split_at_break");
 }
 
+HRESULT FakeDroppedFrames::get_break_held(long* held) {
+    return answer("get_break_held", "get_break_held", held, break_held);
+}
+
 FakeFilter& make_video_source(FakeLedger& ledger, const std::string& name) {
     FakeFilter& f = ledger.make<FakeFilter>(name);
     f.add_pin("Capture", PinDirection::output, PinCategory::capture, {video_media_type()});

@@ -328,12 +328,14 @@ class FakeDroppedFrames : public media::DroppedFrames, public media::SceneSplit,
         }
         return iid == Iid::scene_split && splits ? static_cast<media::SceneSplit*>(this) : nullptr;
     }
-    // Scripts: "get_num_dropped", "get_num_not_dropped", "split_at_break".
+    // Scripts: "get_num_dropped", "get_num_not_dropped", "split_at_break", "get_break_held".
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
     HRESULT split_at_break() override;
+    HRESULT get_break_held(long* held) override;
     long dropped = 0;
     long not_dropped = 0;
+    long break_held = 0;
     bool splits = true;
 };
 

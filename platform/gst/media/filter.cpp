@@ -168,6 +168,14 @@ HRESULT Filter::split_at_break() {
     return S_OK;
 }
 
+HRESULT Filter::get_break_held(long* held) {
+    if (!capture_gate) {
+        return E_UNEXPECTED;
+    }
+    *held = frame_gate_holds_break(capture_gate) ? media::OATRUE : 0;
+    return S_OK;
+}
+
 PinImpl* Filter::add_pin(PinDirection d, std::string name, MajorType type) {
     pins.push_back(std::make_unique<PinImpl>(*this, d, std::move(name), type));
     return pins.back().get();

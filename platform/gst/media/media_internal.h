@@ -124,6 +124,7 @@ class Filter : public media::BaseFilter,
     HRESULT get_num_dropped(long* count) override;
     HRESULT get_num_not_dropped(long* count) override;
     HRESULT split_at_break() override;
+    HRESULT get_break_held(long* held) override;
     HRESULT get_pages(std::vector<media::Guid>& pages) override;
 
     PinImpl* add_pin(PinDirection d, std::string name, MajorType type);

@@ -108,7 +108,9 @@ TEST(FrameGate, ASplitEndsTheFileAtTheBreakAndCarriesTheRestIntoTheNextFile) {
     File first(carry);
     first.feed_run(0, 9, 0, 5000);
     first.feed_run(10, 12, 10, 100);  // the next recording, timecode stepping back
+    EXPECT_TRUE(first.gate.holds_break()) << "the capture is told what its looks may miss";
     first.gate.split();
+    EXPECT_FALSE(first.gate.holds_break()) << "split once, not again";
     first.feed_run(13, 14, 10, 100);  // frames still in flight when the tape stopped
     first.gate.end();
     first.gate.finish_log();
@@ -238,11 +240,14 @@ TEST(FrameGate, ABreakWithoutASplitStaysInTheFile) {
 
     File going;
     going.feed_run(0, 9, 0, 0);
+    EXPECT_FALSE(going.gate.holds_break());
     going.feed(10, 10, /*flag=*/true);
     going.feed_run(11, 59, 10, 10);
     EXPECT_EQ(going.written, range(0, 9)) << "held while the capture may still split";
+    EXPECT_TRUE(going.gate.holds_break());
     going.feed_run(60, 61, 10, 10);
     EXPECT_EQ(going.written, range(0, 61)) << "released after two seconds of frames";
+    EXPECT_FALSE(going.gate.holds_break());
     EXPECT_TRUE(going.logged("recording start flag, kept in this file"));
     EXPECT_EQ(going.gate.counters().dropped(), 0);
 }

@@ -85,11 +85,16 @@ TEST(SceneDetect, SixtyFramesAheadIsTheSameSceneSixtyOneIsABreak) {
     EXPECT_EQ(rig.step(tc(0, 10, 4, 21)), "");
 }
 
-TEST(SceneDetect, TheUserFlagBreaksWhateverTheStep) {
+// A flag raised between two looks at the tape is a break too, when the capture path saw
+// it in the stream.
+TEST(SceneDetect, TheUserFlagBreaksWhateverTheStepSeenHereOrInTheStream) {
     SceneRig rig;
     rig.begin();
     EXPECT_EQ(rig.step(tc(0, 10, 0, 5, true)), rig.path("kestrel 012 2.avi"));
     EXPECT_EQ(rig.step(tc(0, 10, 0, 6)), "");
+    rig.media.builder.dropped.break_held = media::OATRUE;
+    EXPECT_EQ(rig.step(tc(0, 10, 0, 12)), rig.path("kestrel 012 3.avi"));
+    EXPECT_EQ(rig.media.ledger.count("dropped.split_at_break"), 2u);
 }
 
 TEST(SceneDetect, AShortFileIsDeletedOnceClosedAndItsNameIsUsedAgain) {
