@@ -162,6 +162,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
             log_ = capture::CaptureLog::open(log_path_, file_, source_, error);
         }
         IPin* peer = nullptr;
+        std::lock_guard counting(counter_lock_);
         if (upstream_counter_ != nullptr) {
             upstream_counter_->Release();
             upstream_counter_ = nullptr;
@@ -192,6 +193,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         }
         gate_.reset();
         log_.reset();
+        std::lock_guard counting(counter_lock_);
         if (upstream_counter_ != nullptr) {
             upstream_counter_->Release();
             upstream_counter_ = nullptr;
@@ -242,6 +244,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
 
     // Frames the source counted as lost since the frame before: its counter's rise.
     std::int64_t source_lost() {
+        std::lock_guard lock(counter_lock_);
         if (upstream_counter_ == nullptr) {
             return 0;
         }
@@ -304,6 +307,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
             }
             gate = gate_.get();
         }
+        gate->lost_at_end(source_lost());
         gate->end();
     }
 
@@ -343,7 +347,9 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
     // Written by the gate's writes only, which the gate serialises.
     REFERENCE_TIME pushed_ = 0;
     REFERENCE_TIME period_ = units_per_second / 25;
-    // The source's frame counter, read by the streaming thread only while running.
+    // The source's frame counter, read as frames come and as the stream ends (which may be
+    // on the user-interface thread).
+    std::mutex counter_lock_;
     IAMDroppedFrames* upstream_counter_ = nullptr;
     std::optional<LONG> upstream_dropped_;
 };
