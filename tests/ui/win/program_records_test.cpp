@@ -3,7 +3,7 @@
 // 2. Each file must have the layout asked for, and frames that are tape frames, byte for
 // byte, in tape order, none twice, as many as three seconds of tape. And a scene-detection
 // capture over a tape of three recordings: one file per recording, split exactly at the
-// breaks.
+// breaks. And the camera lost mid-recording.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,25 +26,40 @@ namespace {
 namespace tapes = kc::deck::testing;
 
 // Runs the program with `arguments` until it ends by itself (within `timeout_ms`, else it
-// is ended); its exit status, or a failure.
-::testing::AssertionResult runs_to_its_end(const std::string& arguments, DWORD timeout_ms) {
+// is ended), what it prints going to the file `output` when one is named. Success when it
+// ends with `status`.
+::testing::AssertionResult runs_to_its_end(const std::string& arguments, DWORD timeout_ms,
+                                           DWORD status = 0, const std::string& output = {}) {
+    SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE printed = nullptr;
+    if (!output.empty()) {
+        printed = CreateFileA(output.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
+                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (printed == INVALID_HANDLE_VALUE) {
+            return ::testing::AssertionFailure() << "no file " << output;
+        }
+    }
     PROCESS_INFORMATION process{};
-    if (!start_program(arguments, process)) {
+    const bool started = start_program(arguments, process, printed);
+    if (printed != nullptr) {
+        CloseHandle(printed);
+    }
+    if (!started) {
         return ::testing::AssertionFailure() << "not started: " << GetLastError();
     }
     const DWORD waited = WaitForSingleObject(process.hProcess, timeout_ms);
     if (waited != WAIT_OBJECT_0) {
         TerminateProcess(process.hProcess, 1);
     }
-    DWORD status = 1;
-    GetExitCodeProcess(process.hProcess, &status);
+    DWORD ended = 1;
+    GetExitCodeProcess(process.hProcess, &ended);
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
     if (waited != WAIT_OBJECT_0) {
         return ::testing::AssertionFailure() << "the program did not end";
     }
-    if (status != 0) {
-        return ::testing::AssertionFailure() << "exit status " << status;
+    if (ended != status) {
+        return ::testing::AssertionFailure() << "exit status " << ended;
     }
     return ::testing::AssertionSuccess();
 }
@@ -204,4 +219,46 @@ TEST(WinProgram, SceneDetectionSplitsTheFilesExactlyAtTheRecordingBreaks) {
     }
     SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
     RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
+}
+
+// The camera unplugged mid-recording (the deck disappears as the tape reaches frame 200,
+// about four seconds into the recording): the program says what the system says then and
+// closes by itself; the file written up to there reads, and every frame in it is a tape
+// frame, in order, from before the loss.
+TEST(WinProgram, ACameraLostMidRecordingIsReportedAndTheFileSoFarReads) {
+    TempDir dir;
+    const kc::deck::TapePlan plan = tapes::small_plan(kc::deck::DvSystem::pal_625_50, 400, 0);
+    const std::vector<std::uint8_t> tape = tapes::make_tape_bytes(plan);
+    const std::string tape_path = dir.path() + "\\tape.dv";
+    tapes::write_file_bytes(tape_path, tape);
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", tape_path.c_str());
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK_UNPACED", nullptr);
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK_LOST_AT", "200");
+    RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
+    const std::string captures = dir.path() + "\\captures";
+    ASSERT_TRUE(CreateDirectoryA(captures.c_str(), nullptr));
+    const std::string printed = dir.path() + "\\printed.txt";
+
+    // Recording for longer than the deck lasts: the program ends before the self-test would.
+    EXPECT_TRUE(runs_to_its_end("--self-test-capture 20 --output \"" + captures + "\"", 120000, 0,
+                                printed));
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK_LOST_AT", nullptr);
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
+    RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
+    const std::string said = text_of(printed);
+    EXPECT_NE(said.find("the program says: Your camera has been disconnected, or has been "
+                        "turned off. The program will now exit (9)\n"),
+              std::string::npos)
+        << said;
+
+    const std::vector<std::string> files = avi_files(captures);
+    ASSERT_EQ(files.size(), 1u);
+    const std::vector<std::uint8_t> bytes = tapes::read_file_bytes(files[0]);
+    const auto header = kc::avi::test::read_avi(bytes);
+    ASSERT_EQ(header.streams.size(), 1u);
+    const auto chunks = kc::avi::test::movi_chunks(header.top, "00dc");
+    tapes::expect_tape_frames(bytes, chunks, tape, plan);
+    const std::vector<std::int64_t> frames = tape_frames_in(bytes, chunks, plan.system);
+    ASSERT_GE(frames.size(), 25u) << "a recording, not a glimpse";
+    EXPECT_LT(frames.back(), 200);
 }
