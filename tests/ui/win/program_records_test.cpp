@@ -3,10 +3,11 @@
 // 2. Each file must have the layout asked for, and frames that are tape frames, byte for
 // byte, in tape order, none twice, as many as three seconds of tape. And a scene-detection
 // capture over a tape of three recordings: one file per recording, split exactly at the
-// breaks. And the camera lost mid-recording.
+// breaks. A batch of three logged scenes. And the camera lost mid-recording.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -261,4 +262,79 @@ TEST(WinProgram, ACameraLostMidRecordingIsReportedAndTheFileSoFarReads) {
     const std::vector<std::int64_t> frames = tape_frames_in(bytes, chunks, plan.system);
     ASSERT_GE(frames.size(), 25u) << "a recording, not a glimpse";
     EXPECT_LT(frames.back(), 200);
+}
+
+// A batch of three scenes logged while the tape plays (two seconds each), captured with a
+// preroll of ten frames: three files named after their scenes, each holding tape frames
+// byte for byte, in order, none missing uncounted, from within the preroll to just past
+// the scene's out point, by the points the program says it logged.
+TEST(WinProgram, ABatchOfThreeLoggedScenesGoesIntoAFileOfItsFramesEach) {
+    TempDir dir;
+    const kc::deck::TapePlan plan = tapes::small_plan(kc::deck::DvSystem::pal_625_50, 250, 0);
+    const std::vector<std::uint8_t> tape = tapes::make_tape_bytes(plan);
+    const std::string tape_path = dir.path() + "\\tape.dv";
+    tapes::write_file_bytes(tape_path, tape);
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", tape_path.c_str());
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK_UNPACED", nullptr);
+    RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
+    const std::int64_t tracks_per_frame = kc::deck::tracks_per_frame(plan.system);
+    const DWORD preroll = static_cast<DWORD>(10 * tracks_per_frame);
+    ASSERT_EQ(RegSetKeyValueA(HKEY_CURRENT_USER, settings_key_path, "Preroll", REG_DWORD, &preroll,
+                              sizeof preroll),
+              ERROR_SUCCESS);
+    const std::string captures = dir.path() + "\\batch";
+    ASSERT_TRUE(CreateDirectoryA(captures.c_str(), nullptr));
+    const std::string printed = dir.path() + "\\printed.txt";
+
+    EXPECT_TRUE(runs_to_its_end("--self-test-capture 2 --batch --output \"" + captures + "\"",
+                                150000, 0, printed));
+    SetEnvironmentVariableA("KESTREL_VIRTUAL_DECK", nullptr);
+    RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
+    const std::string said = text_of(printed);
+
+    struct Scene {
+        std::string name;
+        long long start = 0, in = 0, out = 0;
+    };
+    std::vector<Scene> scenes;
+    for (std::size_t at = said.find("scene \""); at != std::string::npos;
+         at = said.find("scene \"", at + 1)) {
+        const std::size_t name_end = said.find('"', at + 7);
+        Scene scene{said.substr(at + 7, name_end - at - 7)};
+        ASSERT_EQ(std::sscanf(said.c_str() + name_end,
+                              "\": capture start track %lld, in track %lld, out track %lld",
+                              &scene.start, &scene.in, &scene.out),
+                  3)
+            << said;
+        scenes.push_back(scene);
+    }
+    ASSERT_EQ(scenes.size(), 3u) << said;
+    ASSERT_EQ(avi_files(captures).size(), 3u);
+    for (const Scene& scene : scenes) {
+        const std::string file = captures + "\\" + scene.name + ".avi";
+        SCOPED_TRACE(file);
+        EXPECT_EQ(scene.start, scene.in - static_cast<long long>(preroll));
+        EXPECT_GT(scene.out, scene.in);
+        const std::vector<std::uint8_t> bytes = tapes::read_file_bytes(file);
+        const auto header = kc::avi::test::read_avi(bytes);
+        const auto chunks = kc::avi::test::movi_chunks(header.top, "00dc");
+        tapes::expect_tape_frames(bytes, chunks, tape, plan);
+        const std::vector<std::int64_t> frames = tape_frames_in(bytes, chunks, plan.system);
+        ASSERT_FALSE(frames.empty());
+        const std::string log = text_of(file.substr(0, file.size() - 4) + ".log");
+        const std::string dropped_key = "\ndropped frames: ";
+        const auto dropped_at = log.find(dropped_key);
+        ASSERT_NE(dropped_at, std::string::npos) << log;
+        EXPECT_EQ(frames.back() - frames.front() + 1,
+                  static_cast<std::int64_t>(frames.size()) +
+                      std::stoll(log.substr(dropped_at + dropped_key.size())))
+            << "every frame between the first and the last, or counted";
+        // The tape rolls from the capture start before the graph takes its first frame;
+        // the preroll is there so that this happens before the in point. The scene ends at
+        // the first 250 ms step past its out point.
+        EXPECT_GE(frames.front(), scene.start / tracks_per_frame);
+        EXPECT_LE(frames.front(), scene.in / tracks_per_frame);
+        EXPECT_GT(frames.back(), scene.out / tracks_per_frame);
+        EXPECT_LE(frames.back(), scene.out / tracks_per_frame + 25);
+    }
 }
