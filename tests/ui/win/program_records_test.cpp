@@ -331,10 +331,11 @@ TEST(WinProgram, ABatchOfThreeLoggedScenesGoesIntoAFileOfItsFramesEach) {
             << "every frame between the first and the last, or counted";
         // The tape rolls from the capture start before the graph takes its first frame;
         // the preroll is there so that this happens before the in point. The scene ends at
-        // the first 250 ms step past its out point.
+        // the first 250 ms step past its out point, which a loaded machine may take late:
+        // within two seconds of tape, not at the tape's end.
         EXPECT_GE(frames.front(), scene.start / tracks_per_frame);
         EXPECT_LE(frames.front(), scene.in / tracks_per_frame);
         EXPECT_GT(frames.back(), scene.out / tracks_per_frame);
-        EXPECT_LE(frames.back(), scene.out / tracks_per_frame + 25);
+        EXPECT_LE(frames.back(), scene.out / tracks_per_frame + 50);
     }
 }
