@@ -418,8 +418,9 @@ class DsObject final : public media::BaseFilter,
         }
         // The device's name goes with it: its capture files' logs name their source.
         std::string name;
-        if (SUCCEEDED(hr) && SUCCEEDED(friendly_name_of_moniker(name))) {
-            identities.find(object.get())->friendly_name = name;
+        DsObject* bound = SUCCEEDED(hr) ? identities.find(object.get()) : nullptr;
+        if (bound != nullptr && SUCCEEDED(friendly_name_of_moniker(name))) {
+            bound->friendly_name = name;
         }
         return hr;
     }
