@@ -13,7 +13,16 @@ std::optional<DeckRequest> requested_deck() {
         return std::nullopt;
     }
     const char* unpaced = std::getenv("KESTREL_VIRTUAL_DECK_UNPACED");
-    return DeckRequest{value, unpaced != nullptr && std::string(unpaced) == "1"};
+    DeckRequest request{value, unpaced != nullptr && std::string(unpaced) == "1", {}};
+    if (const char* lost_at = std::getenv("KESTREL_VIRTUAL_DECK_LOST_AT");
+        lost_at != nullptr && *lost_at != '\0') {
+        char* end = nullptr;
+        const long long frame = std::strtoll(lost_at, &end, 10);
+        if (*end == '\0' && frame >= 0) {
+            request.faults.lost_at_frame = frame;
+        }
+    }
+    return request;
 }
 
 bool is_demo_tape(const std::string& value) {

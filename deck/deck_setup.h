@@ -5,7 +5,10 @@
 //                                  "demo-ntsc" for the generated demo tape (where the
 //                                  platform can make one);
 //   KESTREL_VIRTUAL_DECK_UNPACED   "1": frames as fast as they are taken instead of at the
-//                                  frame rate (benchmarks, fast tests).
+//                                  frame rate (benchmarks, fast tests);
+//   KESTREL_VIRTUAL_DECK_LOST_AT   a tape frame number: the deck disappears when playing
+//                                  reaches it, as a camera unplugged mid-capture (tests of
+//                                  the whole program).
 #pragma once
 
 #include <filesystem>
@@ -21,6 +24,8 @@ struct DeckRequest {
     // The variable's value as given.
     std::string value;
     bool unpaced = false;
+    // The faults the deck starts with.
+    VcrFaults faults;
 };
 
 // The deck the environment asks for; empty when KESTREL_VIRTUAL_DECK is unset or empty.

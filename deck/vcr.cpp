@@ -416,6 +416,15 @@ VirtualVcr::Fetch VirtualVcr::take_due(FetchedFrame& info, std::int64_t* next_du
             *next_due_ms = tick_time(next_tick_);
         }
     }
+    if (faults_.lost_at_frame >= 0 && frame >= faults_.lost_at_frame) {
+        // Gone, as set_faults makes it: the transport stops where the tape is.
+        faults_.lost_at_frame = -1;
+        faults_.device_lost = true;
+        seek_target_mf_.reset();
+        begin(TransportMode::stop, Motion{}, now);
+        changed_.notify_all();
+        return Fetch::device_lost;
+    }
     ++due_seen_;
     const bool dropped_by_fault = drop_next_ > 0 || (faults_.drop_every_n_frames > 0 &&
                                                      due_seen_ % faults_.drop_every_n_frames == 0);

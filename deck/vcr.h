@@ -37,8 +37,9 @@
 // moves a playing tape on by one frame (picture search: by its speed).
 //
 // Faults a test can switch on: the device disappears (every call fails with
-// device_lost_error and fetches report it), the timecode cannot be read, seeks fail, and
-// frames are dropped (every n-th due frame, or the next n).
+// device_lost_error and fetches report it), now or as the playing tape reaches a frame,
+// the timecode cannot be read, seeks fail, and frames are dropped (every n-th due frame,
+// or the next n).
 //
 // Thread safety: every operation may be called from any thread; one lock guards the
 // state. Frames are copied from the tape outside the lock.
@@ -94,6 +95,9 @@ struct VcrFaults {
     bool seek_fails = false;
     // Every n-th frame that falls due is dropped; 0 drops none.
     int drop_every_n_frames = 0;
+    // The device disappears when this tape frame falls due (as a cable pulled mid-tape);
+    // -1 never.
+    std::int64_t lost_at_frame = -1;
 };
 
 struct FrameCounters {

@@ -3,7 +3,8 @@
 # virtual X server, on the virtual DV deck with the demo tape: it plays the tape, saves a
 # picture of the main window, captures for CAPTURE_SECONDS (default 20; scene detection,
 # or one recording with CAPTURE_MODE=record), quits, and the files written are listed
-# with their durations, as scripts/run.sh does on Linux.
+# with their durations, as scripts/run.sh does on Linux, and their streams as ffprobe
+# reads them.
 #   RUN_DIR=...   where captures and the picture go (default build/windows/self-test)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -49,6 +50,8 @@ echo "run-windows: the program ended with exit code $status"
 
 echo "run-windows: files written to $captures:"
 list_captures "$captures"
+echo "run-windows: their streams, as ffprobe reads them:"
+describe_streams "$captures"
 [ -f "$picture" ] && echo "run-windows: picture of the main window: $picture"
 echo "run-windows: settings written at exit:"
 wine reg query 'HKCU\Software\larkspur\kestrel_cap' 2>/dev/null | tr -d '\r' | sed -n 's/^ \+/  /p'

@@ -16,7 +16,8 @@ namespace {
 
 void usage() {
     std::fprintf(stderr,
-                 "usage: kestrel-capture [--self-test-capture SECONDS [--scenes] | --tour |\n"
+                 "usage: kestrel-capture [--self-test-capture SECONDS [--scenes | --batch] |\n"
+                 "                        --tour |\n"
                  "                        --self-test-properties RESOLUTION]\n"
                  "                       [--output DIR] [--screenshot FILE]\n"
                  "                       [--screenshots DIR]\n");
@@ -46,6 +47,8 @@ bool parse_self_test(const std::vector<std::string>& args, SelfTest& test) {
             test.decoder_resolution = args[++i];
         } else if (a == "--scenes") {
             test.scenes = true;
+        } else if (a == "--batch") {
+            test.batch = true;
         } else if (a == "--tour") {
             test.tour = true;
         } else if (a == "--output" && has_value) {
@@ -167,10 +170,62 @@ void SelfTestDriver::main_started() {
             tour();
         } else if (!test.decoder_resolution.empty()) {
             decoder_pages();
+        } else if (test.batch) {
+            log_scene(3);
         } else {
             capture();
         }
     });
+}
+
+// A scene logged as a person logs one while the tape plays: Set In, the scene's task
+// dialog accepted as it comes, Set Out once the scene has played.
+void SelfTestDriver::log_scene(int left) {
+    if (left == 0) {
+        batch_capture();
+        return;
+    }
+    say("logging a scene of " + std::to_string(test.capture_seconds) + " s");
+    command(main_window, IDC_SET_IN);
+    when_top(IDD_TASK, [this, left](WindowHandle d) {
+        command(d, IDOK);
+        when_top(
+            IDD_MAIN,
+            [this, left](WindowHandle m) {
+                command(m, IDC_SET_OUT);
+                host.after(1000, [this, left] { log_scene(left - 1); });
+            },
+            test.capture_seconds * 1000);
+    });
+}
+
+// The scene list's Record; once the batch is done, each scene's points on the tape are
+// said, so that the files can be checked against them.
+void SelfTestDriver::batch_capture() {
+    command(main_window, IDC_EDIT_SCENES);
+    when_top(
+        IDD_SCENE_LIST,
+        [this](WindowHandle list) {
+            say("batch capture of the scene list");
+            command(list, IDC_RECORD);
+            when_top(IDD_BATCH, [this](WindowHandle) {
+                when_top(
+                    IDD_SCENE_LIST,
+                    [this](WindowHandle back) {
+                        for (const CapJob* job : *app->jobs) {
+                            say("scene \"" + job->name + "\": capture start track " +
+                                std::to_string(job->capture_start.track) + ", in track " +
+                                std::to_string(job->in_point.track) + ", out track " +
+                                std::to_string(job->out_point.track));
+                        }
+                        command(back, IDOK);
+                        when_top(
+                            IDD_MAIN, [this](WindowHandle) { quit(); }, 500);
+                    },
+                    1000);
+            });
+        },
+        1000);
 }
 
 void SelfTestDriver::capture() {

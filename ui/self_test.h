@@ -1,5 +1,6 @@
 // The program driving its own windows, for runs without a person in front of it: the
-// unattended main job (play the tape, capture, quit), the DV decoder's property pages
+// unattended main job (play the tape, capture, quit; or log scenes and batch-capture
+// them), the DV decoder's property pages
 // (choose a display resolution, see the preview follow it), and the tour that opens every
 // dialog once and saves a picture of each for the manual.
 //
@@ -24,7 +25,9 @@ namespace kc::program {
 struct SelfTest {
     int capture_seconds = 0;  // > 0: the unattended capture run
     bool scenes = false;      // capture with scene detection instead of one recording
-    bool tour = false;        // open every dialog once, picture each, then quit
+    // Log three scenes of capture_seconds each while the tape plays, then batch-capture them.
+    bool batch = false;
+    bool tour = false;  // open every dialog once, picture each, then quit
     // Not empty: choose this display resolution on the DV decoder's page, then quit.
     std::string decoder_resolution;
     std::string output_dir;
@@ -87,6 +90,8 @@ class SelfTestDriver {
     void save(WindowHandle window, const std::string& path);
     void main_started();
     void capture();
+    void log_scene(int left);
+    void batch_capture();
     void tour();
     void tour_options();
     void tour_scene_detection();

@@ -72,6 +72,7 @@ bool register_virtual_deck(std::string& error) {
     if (!vcr) {
         return false;
     }
+    vcr->set_faults(request->faults);
     registered() = vcr;
     registered_device() = std::make_shared<DeckDevice>(vcr, deck_label(request->value));
     gst::add_source_provider(std::make_shared<DeckProvider>(registered_device()));

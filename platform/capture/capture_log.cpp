@@ -106,6 +106,13 @@ void CaptureLog::lost(const FrameFacts& before, const FrameFacts& at, std::int64
     put("dropped", frames_text(frames) + ", " + where + ", " + why);
 }
 
+void CaptureLog::lost_at_end(const std::optional<FrameFacts>& last, std::int64_t frames) {
+    put("dropped", frames_text(frames) + ", after " +
+                       (last && last->timecode ? dv::to_text(*last->timecode)
+                                               : std::string("the last frame")) +
+                       ", lost by the source as the stream ended");
+}
+
 void CaptureLog::write_failed(const FrameFacts& at) {
     put("dropped", "1 frame, " + position(at) + ", not written (the file could not take it)");
 }

@@ -50,6 +50,8 @@ class CaptureLog {
     void first_frame(const FrameFacts& facts, bool carried);
     void lost(const FrameFacts& before, const FrameFacts& at, std::int64_t frames, LossPlace place);
     void write_failed(const FrameFacts& at);
+    // Frames the source lost after the last frame it delivered (`last`, when there was one).
+    void lost_at_end(const std::optional<FrameFacts>& last, std::int64_t frames);
     void repeat(const FrameFacts& frame);
     void recording_break(const FrameFacts& before, const FrameFacts& after, BreakOutcome outcome);
     // The file ended where the capture split it, no break having shown in the stream yet.

@@ -237,6 +237,20 @@ void FrameGate::split() {
     split_asked_ = true;
 }
 
+void FrameGate::lost_at_end(std::int64_t frames) {
+    std::lock_guard lock(lock_);
+    if (ended_ || frames <= 0) {
+        return;
+    }
+    {
+        std::lock_guard counting(counters_lock_);
+        counters_.source_lost += frames;
+    }
+    if (log_ != nullptr) {
+        log_->lost_at_end(previous_, frames);
+    }
+}
+
 void FrameGate::end() {
     std::lock_guard lock(lock_);
     if (ended_) {

@@ -122,6 +122,9 @@ class FrameGate {
 
     void frame(Frame frame);
     void split();
+    // The source counted `frames` lost after the last frame it delivered: no frame follows
+    // to count them before, so they are counted here, in this file. Call before end().
+    void lost_at_end(std::int64_t frames);
     // The end of the stream: held frames go into this file, or after a split to the carry.
     void end();
     // Once the file is closed: the log's closing lines.

@@ -30,6 +30,9 @@ const OpenedDeck& opened_deck() {
             return deck;
         }
         deck.vcr = deck::open_tape_deck(request->value, request->unpaced, deck.error);
+        if (deck.vcr) {
+            deck.vcr->set_faults(request->faults);
+        }
         deck.label = deck::deck_label(request->value);
         return deck;
     }();

@@ -5,12 +5,15 @@
 
 #include "platform/win/avi_writer_filter.h"
 #include "platform/win/deck_device.h"
+#include "platform/win/frame_gate_filter.h"
 
 #include <olectl.h>
 
 #include <array>
+#include <memory>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace kc::win {
 namespace {
@@ -135,6 +138,8 @@ class Identities {
     // Gives the `iid` interface of the wrapper of `object` (made on first sight).
     HRESULT wrap(IUnknown* object, Iid iid, void** out);
     void forget(IUnknown* identity) { map.erase(identity); }
+    // The wrapper of `object`, if it has one.
+    DsObject* find(IUnknown* object);
 
   private:
     std::unordered_map<IUnknown*, DsObject*> map;
@@ -142,6 +147,60 @@ class Identities {
 
 // The DirectShow object behind a media:: pointer made here, or null for a foreign one.
 DsObject* ours(Unknown* object);
+
+// The frame gates in `graph`, each with one reference for the caller.
+std::vector<IKcFrameGate*> gates_in(IFilterGraph* graph) {
+    std::vector<IKcFrameGate*> gates;
+    IEnumFilters* filters = nullptr;
+    if (graph == nullptr || FAILED(graph->EnumFilters(&filters))) {
+        return gates;
+    }
+    IBaseFilter* filter = nullptr;
+    while (filters->Next(1, &filter, nullptr) == S_OK) {
+        IKcFrameGate* gate = nullptr;
+        if (SUCCEEDED(filter->QueryInterface(IID_IKcFrameGate, reinterpret_cast<void**>(&gate)))) {
+            gates.push_back(gate);
+        }
+        filter->Release();
+    }
+    filters->Release();
+    return gates;
+}
+
+// The frame gate that the output pins of `filter` lead to, if any: one reference for the
+// caller.
+IBaseFilter* gate_downstream_of(IBaseFilter* filter, int depth = 0) {
+    IEnumPins* pins = nullptr;
+    if (filter == nullptr || depth > 8 || FAILED(filter->EnumPins(&pins))) {
+        return nullptr;
+    }
+    IBaseFilter* found = nullptr;
+    IPin* pin = nullptr;
+    while (found == nullptr && pins->Next(1, &pin, nullptr) == S_OK) {
+        PIN_DIRECTION direction = PINDIR_INPUT;
+        IPin* peer = nullptr;
+        if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_OUTPUT &&
+            SUCCEEDED(pin->ConnectedTo(&peer))) {
+            PIN_INFO info{};
+            if (SUCCEEDED(peer->QueryPinInfo(&info)) && info.pFilter != nullptr) {
+                IUnknown* gate = nullptr;
+                if (SUCCEEDED(info.pFilter->QueryInterface(IID_IKcFrameGate,
+                                                           reinterpret_cast<void**>(&gate)))) {
+                    gate->Release();
+                    found = info.pFilter;
+                    found->AddRef();
+                } else {
+                    found = gate_downstream_of(info.pFilter, depth + 1);
+                }
+                info.pFilter->Release();
+            }
+            peer->Release();
+        }
+        pin->Release();
+    }
+    pins->Release();
+    return found;
+}
 
 // ---- The wrapper ---------------------------------------------------------------------------
 
@@ -154,6 +213,7 @@ class DsObject final : public media::BaseFilter,
                        public media::ConfigInterleaving,
                        public media::FileSink,
                        public media::DroppedFrames,
+                       public media::SceneSplit,
                        public media::SpecifyPropertyPages,
                        public media::PropertyBag,
                        public media::Moniker,
@@ -312,6 +372,9 @@ class DsObject final : public media::BaseFilter,
     HRESULT get_num_not_dropped(long* count) override {
         return com<IAMDroppedFrames>(Iid::dropped_frames)->GetNumNotDropped(count);
     }
+    HRESULT split_at_break() override {
+        return com<IKcFrameGate>(Iid::scene_split)->SplitAtBreak();
+    }
     HRESULT get_pages(std::vector<media::Guid>& pages) override {
         CAUUID list{};
         const HRESULT hr = com<ISpecifyPropertyPages>(Iid::specify_property_pages)->GetPages(&list);
@@ -348,9 +411,35 @@ class DsObject final : public media::BaseFilter,
             return E_NOINTERFACE;
         }
         Ref<IUnknown> object;
-        const HRESULT hr = com<IMoniker>(Iid::moniker)
-                               ->BindToObject(nullptr, nullptr, *windows, object.out_void());
-        return FAILED(hr) ? hr : identities.wrap(object.get(), iid, out);
+        HRESULT hr = com<IMoniker>(Iid::moniker)
+                         ->BindToObject(nullptr, nullptr, *windows, object.out_void());
+        if (SUCCEEDED(hr)) {
+            hr = identities.wrap(object.get(), iid, out);
+        }
+        // The device's name goes with it: its capture files' logs name their source.
+        std::string name;
+        DsObject* bound = SUCCEEDED(hr) ? identities.find(object.get()) : nullptr;
+        if (bound != nullptr && SUCCEEDED(friendly_name_of_moniker(name))) {
+            bound->friendly_name = name;
+        }
+        return hr;
+    }
+    HRESULT friendly_name_of_moniker(std::string& name) {
+        Ref<IPropertyBag> bag;
+        HRESULT hr = com<IMoniker>(Iid::moniker)
+                         ->BindToStorage(nullptr, nullptr, IID_IPropertyBag, bag.out_void());
+        if (FAILED(hr)) {
+            return hr;
+        }
+        VARIANT v;
+        VariantInit(&v);
+        v.vt = VT_BSTR;
+        hr = bag->Read(L"FriendlyName", &v, nullptr);
+        if (SUCCEEDED(hr) && v.vt == VT_BSTR) {
+            name = narrow(v.bstrVal);
+        }
+        VariantClear(&v);
+        return hr;
     }
     HRESULT bind_to_storage(media::PropertyBag** out) override {
         *out = nullptr;
@@ -413,6 +502,10 @@ class DsObject final : public media::BaseFilter,
                                  media::FileSink** sink_out) override;
     HRESULT render_stream(media::PinCategory category, media::MajorType type, Unknown* source,
                           media::BaseFilter* intermediate, media::BaseFilter* sink) override {
+        if (category == media::PinCategory::capture && type == media::MajorType::interleaved &&
+            sink != nullptr) {
+            return render_through_gate(source, intermediate, sink);
+        }
         return builder()->RenderStream(pin_category(category), major_type(type),
                                        com_of<IUnknown>(source, Iid::unknown),
                                        com_of<IBaseFilter>(intermediate, Iid::base_filter),
@@ -425,6 +518,16 @@ class DsObject final : public media::BaseFilter,
         if (windows == nullptr) {
             return E_NOINTERFACE;
         }
+        if (category == media::PinCategory::capture &&
+            (iid == Iid::dropped_frames || iid == Iid::scene_split)) {
+            // A DV capture's counts are those of its file, which its gate keeps; the gate
+            // is also where the file is split.
+            Ref<IBaseFilter> gate;
+            *gate.out() = gate_downstream_of(com_of<IBaseFilter>(filter, Iid::base_filter));
+            if (gate.get() != nullptr) {
+                return identities.wrap(gate.get(), iid, out);
+            }
+        }
         Ref<IUnknown> found;
         const HRESULT hr = builder()->FindInterface(pin_category(category), major_type(type),
                                                     com_of<IBaseFilter>(filter, Iid::base_filter),
@@ -433,8 +536,29 @@ class DsObject final : public media::BaseFilter,
     }
 
     // ---- Running, events, position, video window
-    HRESULT run() override { return com<IMediaControl>(Iid::media_control)->Run(); }
-    HRESULT stop() override { return com<IMediaControl>(Iid::media_control)->Stop(); }
+    HRESULT run() override {
+        // Frames handed over at a recording break belong to the next file of that capture
+        // only: a graph that runs without a gate (the preview after a capture that failed
+        // to go on) ends the hand-over.
+        const std::vector<IKcFrameGate*> gates = gates_in(graph());
+        if (gates.empty() && carry) {
+            std::lock_guard lock(carry->lock);
+            carry->clear();
+        }
+        for (IKcFrameGate* gate : gates) {
+            gate->Release();
+        }
+        return com<IMediaControl>(Iid::media_control)->Run();
+    }
+    HRESULT stop() override {
+        // A stopping graph sends no end of stream: the gates put what they hold into their
+        // files while the multiplexers still take frames.
+        for (IKcFrameGate* gate : gates_in(graph())) {
+            gate->EndStream();
+            gate->Release();
+        }
+        return com<IMediaControl>(Iid::media_control)->Stop();
+    }
 
     HRESULT set_notify_window(WindowHandle window, unsigned message,
                               LParam instance_data) override {
@@ -532,7 +656,7 @@ class DsObject final : public media::BaseFilter,
             case Iid::dropped_frames:
                 return static_cast<media::DroppedFrames*>(this);
             case Iid::scene_split:
-                return nullptr;
+                return static_cast<media::SceneSplit*>(this);
             case Iid::config_interleaving:
                 return static_cast<media::ConfigInterleaving*>(this);
             case Iid::file_sink:
@@ -562,6 +686,9 @@ class DsObject final : public media::BaseFilter,
         return iid == Iid::unknown ? reinterpret_cast<T*>(o->identity) : o->com<T>(iid);
     }
 
+    HRESULT render_through_gate(Unknown* source, media::BaseFilter* intermediate,
+                                media::BaseFilter* sink);
+
     IGraphBuilder* graph() { return com<IGraphBuilder>(Iid::graph_builder); }
     ICaptureGraphBuilder2* builder() {
         return com<ICaptureGraphBuilder2>(Iid::capture_graph_builder);
@@ -577,10 +704,27 @@ class DsObject final : public media::BaseFilter,
     // event's own parameter goes back to DirectShow with free_event_params. One entry per
     // event: a device lost and back again before the events are taken gives two.
     std::unordered_multimap<LParam, std::pair<LONG_PTR, Unknown*>> lost_devices;
+    // A device's, bound from its moniker: the name the device list shows.
+    std::string friendly_name;
+    // A capture graph builder's: the file its last set_output_file_name named.
+    std::string output_file;
+    // A filter graph's: what one capture file hands to the next at a recording break.
+    std::shared_ptr<capture::Carry> carry;
 };
 
 DsObject* ours(Unknown* object) {
     return dynamic_cast<DsObject*>(object);
+}
+
+DsObject* Identities::find(IUnknown* object) {
+    IUnknown* identity = nullptr;
+    if (object == nullptr ||
+        FAILED(object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)))) {
+        return nullptr;
+    }
+    identity->Release();
+    const auto found = map.find(identity);
+    return found != map.end() ? found->second : nullptr;
 }
 
 HRESULT Identities::wrap(IUnknown* object, Iid iid, void** out) {
@@ -635,9 +779,68 @@ HRESULT DsObject::set_output_file_name(const std::string& path, media::BaseFilte
     if (FAILED(hr)) {
         return hr;
     }
+    output_file = path;
     hr = identities.wrap(mux.get(), Iid::base_filter, reinterpret_cast<void**>(mux_out));
     if (SUCCEEDED(hr) && sink_out != nullptr) {
         hr = identities.wrap(sink.get(), Iid::file_sink, reinterpret_cast<void**>(sink_out));
+    }
+    return hr;
+}
+
+// A DV capture passes our frame gate on its way to the file (frame_gate_filter.h): in front
+// of the multiplexer, or in front of the DV splitter of a type 2 capture, so that a scene's
+// picture and sound end up in the same file. The builder makes both connections as it
+// would have made the one asked for (the capture pin split for the preview, the
+// multiplexer's next input).
+HRESULT DsObject::render_through_gate(Unknown* source, media::BaseFilter* intermediate,
+                                      media::BaseFilter* sink) {
+    Ref<IGraphBuilder> filters;
+    HRESULT hr = builder()->GetFiltergraph(filters.out());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    // The hand-over lives with the graph, which the files of one capture share.
+    std::shared_ptr<capture::Carry> carried;
+    {
+        void* wrapped = nullptr;
+        if (SUCCEEDED(identities.wrap(filters.get(), Iid::graph_builder, &wrapped))) {
+            auto* graph_object = ours(static_cast<media::GraphBuilder*>(wrapped));
+            if (!graph_object->carry) {
+                graph_object->carry = std::make_shared<capture::Carry>();
+            }
+            carried = graph_object->carry;
+            graph_object->release();
+        }
+    }
+    DsObject* source_object = source != nullptr ? ours(source) : nullptr;
+    std::string source_name = source_object != nullptr ? source_object->friendly_name : "";
+    IBaseFilter* source_filter = com_of<IBaseFilter>(source, Iid::base_filter);
+    if (source_name.empty() && source_filter != nullptr) {
+        FILTER_INFO info{};
+        if (SUCCEEDED(source_filter->QueryFilterInfo(&info))) {
+            source_name = narrow(info.achName);
+            if (info.pGraph != nullptr) {
+                info.pGraph->Release();
+            }
+        }
+    }
+    Ref<IBaseFilter> gate;
+    *gate.out() = make_frame_gate(std::move(carried), output_file,
+                                  output_file.empty() ? "" : media::capture_log_path(output_file),
+                                  source_name);
+    hr = filters->AddFilter(gate.get(), L"Frame Gate");
+    if (FAILED(hr)) {
+        return hr;
+    }
+    hr = builder()->RenderStream(&PIN_CATEGORY_CAPTURE, &MEDIATYPE_Interleaved,
+                                 com_of<IUnknown>(source, Iid::unknown), nullptr, gate.get());
+    if (SUCCEEDED(hr)) {
+        hr = builder()->RenderStream(nullptr, nullptr, gate.get(),
+                                     com_of<IBaseFilter>(intermediate, Iid::base_filter),
+                                     com_of<IBaseFilter>(sink, Iid::base_filter));
+    }
+    if (FAILED(hr)) {
+        filters->RemoveFilter(gate.get());
     }
     return hr;
 }
@@ -753,9 +956,8 @@ const IID* windows_iid(Iid iid) {
         case Iid::dropped_frames:
             return &IID_IAMDroppedFrames;
         case Iid::scene_split:
-            // The system's DV driver has nothing like it: a scene file there ends where the
-            // capture stops.
-            return nullptr;
+            // Ours: the frame gate of a DV capture answers it.
+            return &IID_IKcFrameGate;
         case Iid::config_interleaving:
             return &IID_IConfigInterleaving;
         case Iid::file_sink:

@@ -21,8 +21,8 @@ namespace kc::win {
 // The factory owns the identity map: it must outlive every object it makes.
 std::unique_ptr<media::MediaFactory> make_media_factory();
 
-// The DirectShow interface a media:: interface stands for, or null when DirectShow has
-// none (the project's own scene split).
+// The DirectShow interface a media:: interface stands for (for the scene split, the
+// interface of our own frame gate, frame_gate_filter.h).
 const IID* windows_iid(Iid iid);
 
 // The DirectShow object behind a media:: pointer this factory made (no new reference), or

@@ -583,6 +583,19 @@ HRESULT PushFilter::QueryVendorInfo(LPWSTR*) {
 
 HRESULT PushFilter::deliver(std::size_t output, const void* data, std::size_t size,
                             IMediaSample* timing) {
+    REFERENCE_TIME start = 0;
+    REFERENCE_TIME stop = 0;
+    const bool timed = timing != nullptr && SUCCEEDED(timing->GetTime(&start, &stop));
+    return deliver_stamped(output, data, size, timed ? &start : nullptr, timed ? &stop : nullptr);
+}
+
+HRESULT PushFilter::deliver(std::size_t output, const void* data, std::size_t size,
+                            REFERENCE_TIME start, REFERENCE_TIME stop) {
+    return deliver_stamped(output, data, size, &start, &stop);
+}
+
+HRESULT PushFilter::deliver_stamped(std::size_t output, const void* data, std::size_t size,
+                                    REFERENCE_TIME* start, REFERENCE_TIME* stop) {
     PushOutputPin* out = outputs_.at(output);
     if (out->input_ == nullptr) {
         return S_OK;
@@ -600,10 +613,8 @@ HRESULT PushFilter::deliver(std::size_t output, const void* data, std::size_t si
     }
     std::memcpy(bytes, data, size);
     sample->SetActualDataLength(static_cast<long>(size));
-    REFERENCE_TIME start = 0;
-    REFERENCE_TIME stop = 0;
-    if (timing != nullptr && SUCCEEDED(timing->GetTime(&start, &stop))) {
-        sample->SetTime(&start, &stop);
+    if (start != nullptr) {
+        sample->SetTime(start, stop);
     }
     sample->SetSyncPoint(TRUE);
     hr = out->input_->Receive(sample);

@@ -91,12 +91,18 @@ class PushFilter : public ComObject<IBaseFilter> {
     // Sends `size` bytes down output `output`, with the times of `timing` if it has
     // them. S_OK without sending when the output is not connected.
     HRESULT deliver(std::size_t output, const void* data, std::size_t size, IMediaSample* timing);
+    // The same, stamped `start` to `stop` (100 ns units of stream time).
+    HRESULT deliver(std::size_t output, const void* data, std::size_t size, REFERENCE_TIME start,
+                    REFERENCE_TIME stop);
 
   private:
     friend class PushInputPin;
     friend class PushOutputPin;
     template <class... Extra>
     friend class PushPin;
+
+    HRESULT deliver_stamped(std::size_t output, const void* data, std::size_t size,
+                            REFERENCE_TIME* start, REFERENCE_TIME* stop);
 
     CLSID clsid_;
     // Recursive: a downstream pin asks its connector about itself while it connects.

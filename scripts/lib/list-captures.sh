@@ -16,3 +16,18 @@ list_captures() {
   [ "$found" -eq 0 ] && echo "  (none)"
   return 0
 }
+
+# Prints each AVI file of a capture folder's streams as ffprobe reads them, one line per
+# stream: its kind and codec, picture size and rate or sound rate and channels, and the
+# frames it holds (counted by reading the file, so a file cut off shows what is in it).
+#   describe_streams FOLDER
+describe_streams() {
+  local folder=$1 file
+  while IFS= read -r -d '' file; do
+    echo "  $(basename "$file"):"
+    ffprobe -v error -count_frames \
+      -show_entries stream=index,codec_type,codec_name,width,height,r_frame_rate,sample_rate,channels,nb_read_frames \
+      -of compact=p=0:nk=0 "$file" 2>&1 | sed 's/^/    /' || echo "    (ffprobe cannot read it)"
+  done < <(find "$folder" -maxdepth 1 -type f -iname '*.avi' -print0 | sort -z)
+  return 0
+}
