@@ -375,6 +375,14 @@ class DsObject final : public media::BaseFilter,
     HRESULT split_at_break() override {
         return com<IKcFrameGate>(Iid::scene_split)->SplitAtBreak();
     }
+    HRESULT get_break_held(long* held) override {
+        BOOL gate_holds = FALSE;
+        const HRESULT hr = com<IKcFrameGate>(Iid::scene_split)->GetBreakHeld(&gate_holds);
+        if (SUCCEEDED(hr)) {
+            *held = gate_holds ? OATRUE : 0;  // the system's own, the same -1
+        }
+        return hr;
+    }
     HRESULT get_pages(std::vector<media::Guid>& pages) override {
         CAUUID list{};
         const HRESULT hr = com<ISpecifyPropertyPages>(Iid::specify_property_pages)->GetPages(&list);

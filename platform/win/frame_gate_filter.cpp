@@ -99,6 +99,14 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         end_stream();
         return S_OK;
     }
+    HRESULT STDMETHODCALLTYPE GetBreakHeld(BOOL* held) override {
+        if (held == nullptr) {
+            return E_POINTER;
+        }
+        std::lock_guard lock(lock_);
+        *held = gate_ && gate_->holds_break();
+        return S_OK;
+    }
 
     // IAMDroppedFrames: the file's counts, as the capture shows them and judges whether
     // the file is worth keeping.

@@ -30,6 +30,9 @@ struct IKcFrameGate : public IUnknown {
     // multiplexer still takes frames (a graph that stops sends no end of stream), or after
     // a split to the next file. Frames that come after it are not written.
     virtual HRESULT STDMETHODCALLTYPE EndStream() = 0;
+    // Whether a recording break in the stream waits for a split: see
+    // FrameGate::holds_break.
+    virtual HRESULT STDMETHODCALLTYPE GetBreakHeld(BOOL* held) = 0;
 };
 extern const IID IID_IKcFrameGate;
 

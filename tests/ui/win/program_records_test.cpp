@@ -150,8 +150,9 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
     RegDeleteTreeA(HKEY_CURRENT_USER, settings_key_path);
 }
 
-// Scene detection over a tape of three recordings (the second jumps forward in timecode,
-// the third steps back), played in real time as the dialog's 250 ms steps need it, in type
+// Scene detection over a tape of four recordings (the second jumps forward in timecode,
+// the third steps back, the fourth runs on from it with a start flagged for two frames,
+// which the 250 ms steps may not see), played in real time as the dialog's 250 ms steps need it, in type
 // 2 files: the capture ends with the tape, one file per recording it met, each split
 // exactly at the recording break although the program stops and plays the tape again
 // there. Each file holds its recording's frames, byte for byte, in order, with the sound of
@@ -165,6 +166,7 @@ TEST(WinProgram, SceneDetectionSplitsTheFilesExactlyAtTheRecordingBreaks) {
         Recording{"One", {0, 10, 0, 0}, 175, 0, 440, {2004, 7, 17, 10, 0, 0}},
         Recording{"Two", {1, 0, 0, 0}, 75, 0, 550, {2004, 7, 17, 11, 0, 0}},
         Recording{"Three", {0, 5, 0, 0}, 75, 0, 660, {2004, 7, 18, 9, 0, 0}},
+        Recording{"Four", {0, 5, 3, 0}, 50, 2, 770, {2004, 7, 18, 10, 0, 0}},
     };
     const std::vector<std::uint8_t> tape = tapes::make_tape_bytes(plan);
     const std::string tape_path = dir.path() + "\\tape.dv";
@@ -183,8 +185,8 @@ TEST(WinProgram, SceneDetectionSplitsTheFilesExactlyAtTheRecordingBreaks) {
     ASSERT_TRUE(
         runs_to_its_end("--self-test-capture 40 --scenes --output \"" + captures + "\"", 150000));
     const std::vector<std::string> files = avi_files(captures);
-    ASSERT_EQ(files.size(), 3u) << "one file per recording";
-    const std::int64_t ends[] = {174, 249, 324};
+    ASSERT_EQ(files.size(), 4u) << "one file per recording";
+    const std::int64_t ends[] = {174, 249, 324, 374};
     for (std::size_t i = 0; i < files.size(); ++i) {
         SCOPED_TRACE(files[i]);
         const std::vector<std::uint8_t> bytes = tapes::read_file_bytes(files[i]);
@@ -202,7 +204,7 @@ TEST(WinProgram, SceneDetectionSplitsTheFilesExactlyAtTheRecordingBreaks) {
             EXPECT_NE(log.find("(the recording break the previous file ended at)"),
                       std::string::npos);
         }
-        if (i < 2) {
+        if (i < 3) {
             EXPECT_NE(log.find("the file ends here and the next begins"), std::string::npos);
         }
         // Frames a loaded machine lost at the deck are counted, never silently missing.
