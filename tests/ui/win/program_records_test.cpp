@@ -152,11 +152,11 @@ TEST(WinProgram, OnTheVirtualDeckItRecordsTheTapeFrameForFrame) {
 
 // Scene detection over a tape of four recordings (the second jumps forward in timecode,
 // the third steps back, the fourth runs on from it with a start flagged for two frames,
-// which the 250 ms steps may not see), played in real time as the dialog's 250 ms steps need it, in type
-// 2 files: the capture ends with the tape, one file per recording it met, each split
-// exactly at the recording break although the program stops and plays the tape again
-// there. Each file holds its recording's frames, byte for byte, in order, with the sound of
-// each frame beside it, and its log says so.
+// which the dialog's 250 ms steps may not see), played in real time as those steps need
+// it, in type 2 files: the capture ends with the tape, one file per recording it met,
+// each split exactly at the recording break although the program stops and plays the
+// tape again there. Each file holds its recording's frames, byte for byte, in order, with the sound
+// of each frame beside it, and its log says so.
 TEST(WinProgram, SceneDetectionSplitsTheFilesExactlyAtTheRecordingBreaks) {
     TempDir dir;
     using kc::deck::Recording;
