@@ -162,7 +162,7 @@ class AviWriter final : public PushFilter,
             input == dv_input ? writer_->write_video(bytes) : writer_->write_audio(bytes);
         if (error) {
             // A full disk or a failing file: the capture stops where the file ends whole.
-            notify_graph(EC_ERRORABORT, E_FAIL, 0);
+            notify(EC_ERRORABORT, E_FAIL, 0);
             return E_FAIL;
         }
         return S_OK;
@@ -180,8 +180,7 @@ class AviWriter final : public PushFilter,
         finish();
         if (!completed_) {
             completed_ = true;
-            notify_graph(EC_COMPLETE, S_OK,
-                         reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)));
+            notify(EC_COMPLETE, S_OK, reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)));
         }
     }
 

@@ -8,7 +8,7 @@ DeckFilter* DeckFilter::create(std::shared_ptr<deck::VirtualVcr> vcr) {
 }
 
 DeckFilter::DeckFilter(std::shared_ptr<deck::VirtualVcr> vcr)
-    : FilterBase(clsid_virtual_deck, deck_pin_id, true),
+    : FilterBase(clsid_virtual_deck, true),
       vcr_(vcr),
       control_(deck::VcrControl::create(std::move(vcr))),
       pin_(new DeckPin(*this)) {}
@@ -59,8 +59,8 @@ HRESULT DeckFilter::Run(REFERENCE_TIME) {
     return S_OK;
 }
 
-IPin* DeckFilter::pin() {
-    return pin_;
+std::vector<IPin*> DeckFilter::pins() {
+    return {pin_};
 }
 
 void DeckFilter::notify_device_lost() {

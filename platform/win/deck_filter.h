@@ -97,7 +97,7 @@ class DeckFilter final : public FilterBase<IAMExtDevice, IAMExtTransport, IAMTim
   private:
     explicit DeckFilter(std::shared_ptr<deck::VirtualVcr> vcr);
     ~DeckFilter() override;
-    IPin* pin() override;
+    std::vector<IPin*> pins() override;
 
     std::shared_ptr<deck::VirtualVcr> vcr_;
     deck::VcrControl* control_;

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/win/filter_base.h"
+
 namespace kc::win {
 namespace {
 
@@ -58,49 +60,13 @@ DVINFO dv_info(const deck::TapeImage& tape) {
     return info;
 }
 
-bool same_guid_or_any(const GUID& asked, const GUID& ours) {
-    return IsEqualGUID(asked, GUID_NULL) || IsEqualGUID(asked, ours);
-}
-
-class MediaTypes final : public ItemList<IEnumMediaTypes, AM_MEDIA_TYPE> {
-  public:
-    MediaTypes(const DeckFormats& formats, deck::DvSystem system, int first, ULONG at = 0)
-        : ItemList(deck_media_type_count, at), formats_(formats), system_(system), first_(first) {}
-
-  private:
-    HRESULT give(ULONG index, AM_MEDIA_TYPE** out) override {
-        auto* type = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-        if (type == nullptr) {
-            return E_OUTOFMEMORY;
-        }
-        const HRESULT hr = copy_media_type(
-            deck_media_type(system_, formats_, index == 0 ? first_ : 1 - first_), *type);
-        if (FAILED(hr)) {
-            CoTaskMemFree(type);
-            return hr;
-        }
-        *out = type;
-        return S_OK;
-    }
-    IEnumMediaTypes* copy() override {
-        return new MediaTypes(formats_, system_, first_, position());
-    }
-
-    DeckFormats formats_;
-    deck::DvSystem system_;
-    int first_;
-};
-
 }  // namespace
 
-bool accepts(const AM_MEDIA_TYPE& asked, const AM_MEDIA_TYPE& ours) {
-    return same_guid_or_any(asked.majortype, ours.majortype) &&
-           same_guid_or_any(asked.subtype, ours.subtype) &&
-           same_guid_or_any(asked.formattype, ours.formattype);
-}
-
 IEnumMediaTypes* make_media_types(const DeckFormats& formats, deck::DvSystem system, int first) {
-    return new MediaTypes(formats, system, first);
+    // The enumerator keeps copies of its own, format blocks included.
+    DeckFormats shown = formats;
+    return new TypeEnum(
+        {deck_media_type(system, shown, first), deck_media_type(system, shown, 1 - first)}, 0);
 }
 
 DeckFormats deck_formats(const deck::TapeImage& tape) {

@@ -27,9 +27,6 @@ DeckFormats deck_formats(const deck::TapeImage& tape);
 inline constexpr int deck_media_type_count = 2;
 AM_MEDIA_TYPE deck_media_type(deck::DvSystem system, DeckFormats& formats, int index);
 
-// Whether `asked` (possibly partly given: GUID_NULL for any) is the type `ours`.
-bool accepts(const AM_MEDIA_TYPE& asked, const AM_MEDIA_TYPE& ours);
-
 // The types in the order the pin offers them: type `first`, then the other.
 IEnumMediaTypes* make_media_types(const DeckFormats& formats, deck::DvSystem system, int first);
 

@@ -47,7 +47,7 @@ HRESULT DeckPin::Connect(IPin* receiver, const AM_MEDIA_TYPE* type) {
     for (int position = 0; position < deck_media_type_count; ++position) {
         const int index = type_at(position);
         const AM_MEDIA_TYPE ours = deck_media_type(filter_.vcr().system(), formats, index);
-        if (type != nullptr && !accepts(*type, ours)) {
+        if (type != nullptr && !type_fits(ours, *type)) {
             continue;
         }
         hr = try_connection(receiver, ours);
@@ -222,7 +222,7 @@ HRESULT DeckPin::QueryAccept(const AM_MEDIA_TYPE* type) {
     }
     DeckFormats formats;
     for (int index = 0; index < deck_media_type_count; ++index) {
-        if (accepts(*type, deck_media_type(filter_.vcr().system(), formats, index))) {
+        if (type_fits(deck_media_type(filter_.vcr().system(), formats, index), *type)) {
             return S_OK;
         }
     }

@@ -1,16 +1,20 @@
 // What every DirectShow filter of the project's own shares: the filter's state, clock,
-// graph and name, its one pin listed and found by id, and the events it raises in the
-// graph. A filter derives from FilterBase<its other interfaces...>, gives its pin, and
-// writes only its own state changes (Stop, Pause, Run), which record the state here under
-// state_lock().
+// graph and name, its pins listed and found by id, the events it raises in the graph, and
+// the enumerators its pins and it hand out. A filter derives from FilterBase<its other
+// interfaces...>, lists its pins, and writes only its own state changes (Stop, Pause,
+// Run), which record the state here under state_lock_.
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <cwchar>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/win/com_object.h"
+#include "platform/win/media_type.h"
 
 namespace kc::win {
 
@@ -68,73 +72,81 @@ inline HRESULT pin_info(PIN_INFO* info, IBaseFilter* filter, PIN_DIRECTION direc
     return S_OK;
 }
 
-// An enumerator handing out `size` items in order; `give` makes the item at an index for
-// the caller.
-template <class Interface, class Item>
-class ItemList : public ComObject<Interface> {
+// DirectShow's enumerators over pins and media types: a list of their own, each item
+// handed out as its own reference or copy.
+template <class Interface, class Items>
+class ListEnum : public ComObject<Interface> {
   public:
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, Item** items, ULONG* fetched) override {
-        if (items == nullptr || (count > 1 && fetched == nullptr)) {
-            return E_POINTER;
+    using Stored = typename Items::Stored;
+    ListEnum(const std::vector<Stored>& items, std::size_t at) : at_(at) {
+        for (const Stored& item : items) {
+            items_.push_back(Items::keep(item));
         }
-        ULONG given = 0;
-        while (given < count && at_ < size_) {
-            const HRESULT hr = give(at_, &items[given]);
-            if (FAILED(hr)) {
-                return hr;
-            }
-            ++given;
-            ++at_;
+    }
+    HRESULT STDMETHODCALLTYPE Next(ULONG count, typename Items::Out* out, ULONG* fetched) override {
+        ULONG n = 0;
+        for (; n < count && at_ < items_.size(); ++n, ++at_) {
+            out[n] = Items::hand_out(items_[at_]);
         }
         if (fetched != nullptr) {
-            *fetched = given;
+            *fetched = n;
         }
-        return given == count ? S_OK : S_FALSE;
+        return n == count ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        const ULONG left = size_ - at_;
-        at_ += count < left ? count : left;
-        return count <= left ? S_OK : S_FALSE;
+        at_ += count;
+        return at_ <= items_.size() ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE Reset() override {
         at_ = 0;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
-        if (out == nullptr) {
-            return E_POINTER;
+        *out = new ListEnum(items_, at_);
+        return S_OK;
+    }
+
+  private:
+    ~ListEnum() override {
+        for (Stored& item : items_) {
+            Items::drop(item);
         }
-        *out = copy();
-        return S_OK;
     }
-
-  protected:
-    ItemList(ULONG size, ULONG at) : size_(size), at_(at) {}
-    virtual HRESULT give(ULONG index, Item** out) = 0;
-    virtual Interface* copy() = 0;
-    ULONG position() const { return at_; }
-
-  private:
-    const ULONG size_;
-    ULONG at_;
+    std::vector<Stored> items_;
+    std::size_t at_;
 };
 
-// A filter's one pin.
-class PinList final : public ItemList<IEnumPins, IPin> {
-  public:
-    explicit PinList(IPin* pin, ULONG at = 0) : ItemList(1, at), pin_(pin) { pin_->AddRef(); }
-
-  private:
-    ~PinList() override { pin_->Release(); }
-    HRESULT give(ULONG, IPin** out) override {
-        *out = pin_;
-        pin_->AddRef();
-        return S_OK;
+struct PinItems {
+    using Stored = IPin*;
+    using Out = IPin*;
+    static IPin* keep(IPin* pin) {
+        pin->AddRef();
+        return pin;
     }
-    IEnumPins* copy() override { return new PinList(pin_, position()); }
-
-    IPin* pin_;
+    static IPin* hand_out(IPin* pin) { return keep(pin); }
+    static void drop(IPin* pin) { pin->Release(); }
 };
+
+struct TypeItems {
+    using Stored = AM_MEDIA_TYPE;
+    using Out = AM_MEDIA_TYPE*;
+    static AM_MEDIA_TYPE keep(const AM_MEDIA_TYPE& type) {
+        AM_MEDIA_TYPE copy;
+        copy_media_type(type, copy);
+        return copy;
+    }
+    static AM_MEDIA_TYPE* hand_out(const AM_MEDIA_TYPE& type) {
+        auto* copy = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
+        if (copy != nullptr) {
+            copy_media_type(type, *copy);
+        }
+        return copy;
+    }
+    static void drop(AM_MEDIA_TYPE& type) { free_media_type(type); }
+};
+
+using PinEnum = ListEnum<IEnumPins, PinItems>;
+using TypeEnum = ListEnum<IEnumMediaTypes, TypeItems>;
 
 template <class... Interfaces>
 class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
@@ -150,10 +162,9 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
         if (state == nullptr) {
             return E_POINTER;
         }
-        std::lock_guard lock(state_lock_);
         *state = state_;
         // A live source has nothing to show before it runs.
-        return state_ == State_Paused && live_ ? VFW_S_CANT_CUE : S_OK;
+        return *state == State_Paused && live_ ? VFW_S_CANT_CUE : S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* clock) override {
         std::lock_guard lock(state_lock_);
@@ -168,7 +179,7 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
         if (pins == nullptr) {
             return E_POINTER;
         }
-        *pins = new PinList(pin());
+        *pins = new PinEnum(this->pins(), 0);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR id, IPin** pin_out) override {
@@ -176,12 +187,20 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
             return E_POINTER;
         }
         *pin_out = nullptr;
-        if (std::wcscmp(id, pin_id_) != 0) {
-            return VFW_E_NOT_FOUND;
+        for (IPin* pin : pins()) {
+            LPWSTR pin_id = nullptr;
+            if (FAILED(pin->QueryId(&pin_id))) {
+                continue;
+            }
+            const bool found = std::wcscmp(id, pin_id) == 0;
+            CoTaskMemFree(pin_id);
+            if (found) {
+                *pin_out = pin;
+                pin->AddRef();
+                return S_OK;
+            }
         }
-        *pin_out = pin();
-        (*pin_out)->AddRef();
-        return S_OK;
+        return VFW_E_NOT_FOUND;
     }
     HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO* info) override {
         if (info == nullptr) {
@@ -217,10 +236,7 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
         return task_string(L"Kestrel Capture", info);
     }
 
-    FILTER_STATE state() {
-        std::lock_guard lock(state_lock_);
-        return state_;
-    }
+    FILTER_STATE state() const { return state_; }
     // Tells the graph, if the filter is in one, of an event (any thread).
     void notify(long code, LONG_PTR param1, LONG_PTR param2) {
         std::lock_guard lock(events_lock_);
@@ -232,22 +248,25 @@ class FilterBase : public ComObject<IBaseFilter, Interfaces...> {
     IUnknown* identity() { return static_cast<IUnknown*>(static_cast<IBaseFilter*>(this)); }
 
   protected:
-    FilterBase(const CLSID& clsid, const wchar_t* pin_id, bool live)
-        : clsid_(clsid), pin_id_(pin_id), live_(live) {}
+    // `live`: a capture source, which has nothing to show while paused.
+    FilterBase(const CLSID& clsid, bool live) : clsid_(clsid), live_(live) {}
     ~FilterBase() override {
         if (clock_ != nullptr) {
             clock_->Release();
         }
     }
-    virtual IPin* pin() = 0;
+    // The filter's pins, in order; they live as long as the filter.
+    virtual std::vector<IPin*> pins() = 0;
 
-    // Held by state changes; state_ changes only under it.
-    std::mutex state_lock_;
-    FILTER_STATE state_ = State_Stopped;
+    // Held by state changes (and by whatever a filter must not change while they run: its
+    // pins' connections). Recursive: a downstream pin asks its connector about itself
+    // while it connects.
+    std::recursive_mutex state_lock_;
+    // Changes only under state_lock_; streaming threads read it without.
+    std::atomic<FILTER_STATE> state_{State_Stopped};
 
   private:
     const CLSID clsid_;
-    const wchar_t* const pin_id_;
     const bool live_;
     IReferenceClock* clock_ = nullptr;
     // The graph and its event sink are not counted: the graph holds the filter, and a

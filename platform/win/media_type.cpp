@@ -38,4 +38,12 @@ void delete_media_type(AM_MEDIA_TYPE* type) {
     }
 }
 
+bool type_fits(const AM_MEDIA_TYPE& offered, const AM_MEDIA_TYPE& wanted) {
+    auto same = [](const GUID& want, const GUID& have) {
+        return IsEqualGUID(want, GUID_NULL) || IsEqualGUID(want, have);
+    };
+    return same(wanted.majortype, offered.majortype) && same(wanted.subtype, offered.subtype) &&
+           same(wanted.formattype, offered.formattype);
+}
+
 }  // namespace kc::win

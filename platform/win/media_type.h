@@ -15,5 +15,8 @@ void free_media_type(AM_MEDIA_TYPE& type);
 // Frees a whole record handed out by DirectShow (the record itself is the task
 // allocator's too); null is allowed.
 void delete_media_type(AM_MEDIA_TYPE* type);
+// Whether `offered` is what a caller asked for with `wanted`, whose null major type,
+// subtype or format type stands for any.
+bool type_fits(const AM_MEDIA_TYPE& offered, const AM_MEDIA_TYPE& wanted);
 
 }  // namespace kc::win

@@ -27,103 +27,10 @@ void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long 
 
 namespace {
 
-// Whether `offered` fits what a caller asked for in `wanted`, whose null GUIDs stand for
-// anything.
+// Whether `offered` fits what a caller asked for in `wanted`, if anything.
 bool fits(const AM_MEDIA_TYPE& offered, const AM_MEDIA_TYPE* wanted) {
-    if (wanted == nullptr) {
-        return true;
-    }
-    auto same = [](const GUID& want, const GUID& have) {
-        return IsEqualGUID(want, GUID_NULL) || IsEqualGUID(want, have);
-    };
-    return same(wanted->majortype, offered.majortype) && same(wanted->subtype, offered.subtype) &&
-           same(wanted->formattype, offered.formattype);
+    return wanted == nullptr || type_fits(offered, *wanted);
 }
-
-wchar_t* task_copy(const std::wstring& text) {
-    const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
-    auto* out = static_cast<wchar_t*>(CoTaskMemAlloc(bytes));
-    if (out != nullptr) {
-        std::memcpy(out, text.c_str(), bytes);
-    }
-    return out;
-}
-
-// DirectShow's enumerators over pins and media types: a list of their own, each item
-// handed out as its own reference or copy.
-template <class Interface, class Items>
-class ListEnum : public ComObject<Interface> {
-  public:
-    using Stored = typename Items::Stored;
-    ListEnum(const std::vector<Stored>& items, std::size_t at) : at_(at) {
-        for (const Stored& item : items) {
-            items_.push_back(Items::keep(item));
-        }
-    }
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, typename Items::Out* out, ULONG* fetched) override {
-        ULONG n = 0;
-        for (; n < count && at_ < items_.size(); ++n, ++at_) {
-            out[n] = Items::hand_out(items_[at_]);
-        }
-        if (fetched != nullptr) {
-            *fetched = n;
-        }
-        return n == count ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        at_ += count;
-        return at_ <= items_.size() ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        at_ = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(Interface** out) override {
-        *out = new ListEnum(items_, at_);
-        return S_OK;
-    }
-
-  private:
-    ~ListEnum() override {
-        for (Stored& item : items_) {
-            Items::drop(item);
-        }
-    }
-    std::vector<Stored> items_;
-    std::size_t at_;
-};
-
-struct PinItems {
-    using Stored = IPin*;
-    using Out = IPin*;
-    static IPin* keep(IPin* pin) {
-        pin->AddRef();
-        return pin;
-    }
-    static IPin* hand_out(IPin* pin) { return keep(pin); }
-    static void drop(IPin* pin) { pin->Release(); }
-};
-
-struct TypeItems {
-    using Stored = AM_MEDIA_TYPE;
-    using Out = AM_MEDIA_TYPE*;
-    static AM_MEDIA_TYPE keep(const AM_MEDIA_TYPE& type) {
-        AM_MEDIA_TYPE copy;
-        copy_media_type(type, copy);
-        return copy;
-    }
-    static AM_MEDIA_TYPE* hand_out(const AM_MEDIA_TYPE& type) {
-        auto* copy = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-        if (copy != nullptr) {
-            copy_media_type(type, *copy);
-        }
-        return copy;
-    }
-    static void drop(AM_MEDIA_TYPE& type) { free_media_type(type); }
-};
-
-using PinEnum = ListEnum<IEnumPins, PinItems>;
-using TypeEnum = ListEnum<IEnumMediaTypes, TypeItems>;
 
 }  // namespace
 
@@ -145,7 +52,7 @@ class PushPin : public ComObject<IPin, Extra...> {
     ULONG STDMETHODCALLTYPE Release() override { return filter_->Release(); }
 
     HRESULT STDMETHODCALLTYPE ConnectedTo(IPin** pin) override {
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         *pin = peer_;
         if (peer_ == nullptr) {
             return VFW_E_NOT_CONNECTED;
@@ -154,7 +61,7 @@ class PushPin : public ComObject<IPin, Extra...> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE ConnectionMediaType(AM_MEDIA_TYPE* type) override {
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         if (peer_ == nullptr) {
             *type = AM_MEDIA_TYPE{};
             return VFW_E_NOT_CONNECTED;
@@ -163,20 +70,14 @@ class PushPin : public ComObject<IPin, Extra...> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE QueryPinInfo(PIN_INFO* info) override {
-        info->pFilter = filter_;
-        filter_->AddRef();
-        info->dir = direction_;
-        wcsncpy(info->achName, name_.c_str(), MAX_PIN_NAME - 1);
-        info->achName[MAX_PIN_NAME - 1] = L'\0';
-        return S_OK;
+        return pin_info(info, filter_, direction_, name_.c_str());
     }
     HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* direction) override {
         *direction = direction_;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE QueryId(LPWSTR* id) override {
-        *id = task_copy(name_);
-        return *id != nullptr ? S_OK : E_OUTOFMEMORY;
+        return task_string(name_.c_str(), id);
     }
     HRESULT STDMETHODCALLTYPE QueryInternalConnections(IPin**, ULONG*) override {
         return E_NOTIMPL;
@@ -211,7 +112,7 @@ class PushOutputPin : public PushPin<> {
         if (receiver == nullptr) {
             return E_POINTER;
         }
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         if (const HRESULT hr = can_connect(); FAILED(hr)) {
             return hr;
         }
@@ -259,7 +160,7 @@ class PushOutputPin : public PushPin<> {
         return E_UNEXPECTED;  // an output pin connects, it is not connected to
     }
     HRESULT STDMETHODCALLTYPE Disconnect() override {
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         if (peer_ == nullptr) {
             return S_FALSE;
         }
@@ -332,7 +233,7 @@ class PushInputPin : public PushPin<IMemInputPin> {
         if (connector == nullptr || type == nullptr) {
             return E_POINTER;
         }
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         if (const HRESULT hr = can_connect(); FAILED(hr)) {
             return hr;
         }
@@ -346,7 +247,7 @@ class PushInputPin : public PushPin<IMemInputPin> {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Disconnect() override {
-        std::lock_guard lock(filter_->mutex_);
+        std::lock_guard lock(filter_->state_lock_);
         if (peer_ == nullptr) {
             return S_FALSE;
         }
@@ -421,7 +322,7 @@ class PushInputPin : public PushPin<IMemInputPin> {
 
 PushFilter::PushFilter(const CLSID& clsid, const std::vector<const wchar_t*>& input_names,
                        const std::vector<const wchar_t*>& output_names)
-    : clsid_(clsid) {
+    : FilterBase(clsid, false) {
     for (std::size_t i = 0; i < input_names.size(); ++i) {
         inputs_.push_back(new PushInputPin(this, input_names[i], i));
     }
@@ -436,9 +337,6 @@ PushFilter::~PushFilter() {
     }
     for (PushInputPin* in : inputs_) {
         delete in;
-    }
-    if (clock_ != nullptr) {
-        clock_->Release();
     }
 }
 
@@ -458,22 +356,8 @@ const AM_MEDIA_TYPE& PushFilter::input_type(std::size_t input) const {
     return inputs_.at(input)->type();
 }
 
-void PushFilter::notify_graph(long code, LONG_PTR param1, LONG_PTR param2) {
-    IMediaEventSink* sink = nullptr;
-    if (graph_ != nullptr &&
-        SUCCEEDED(graph_->QueryInterface(IID_IMediaEventSink, reinterpret_cast<void**>(&sink)))) {
-        sink->Notify(code, param1, param2);
-        sink->Release();
-    }
-}
-
-HRESULT PushFilter::GetClassID(CLSID* clsid) {
-    *clsid = clsid_;
-    return S_OK;
-}
-
 HRESULT PushFilter::Stop() {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(state_lock_);
     for (PushOutputPin* out : outputs_) {
         if (out->allocator_ != nullptr) {
             out->allocator_->Decommit();
@@ -488,7 +372,7 @@ HRESULT PushFilter::Stop() {
 }
 
 HRESULT PushFilter::Pause() {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(state_lock_);
     if (state_ == State_Stopped) {
         for (PushOutputPin* out : outputs_) {
             if (out->allocator_ != nullptr) {
@@ -507,7 +391,7 @@ HRESULT PushFilter::Pause() {
 }
 
 HRESULT PushFilter::Run(REFERENCE_TIME) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(state_lock_);
     if (state_ == State_Stopped) {
         const HRESULT hr = Pause();
         if (FAILED(hr)) {
@@ -518,67 +402,10 @@ HRESULT PushFilter::Run(REFERENCE_TIME) {
     return S_OK;
 }
 
-HRESULT PushFilter::GetState(DWORD, FILTER_STATE* state) {
-    *state = state_;
-    return S_OK;
-}
-
-HRESULT PushFilter::SetSyncSource(IReferenceClock* clock) {
-    std::lock_guard lock(mutex_);
-    hold_reference(clock_, clock);
-    return S_OK;
-}
-
-HRESULT PushFilter::GetSyncSource(IReferenceClock** clock) {
-    std::lock_guard lock(mutex_);
-    return give_reference(clock_, clock, S_OK);
-}
-
-HRESULT PushFilter::EnumPins(IEnumPins** pins) {
+std::vector<IPin*> PushFilter::pins() {
     std::vector<IPin*> all(inputs_.begin(), inputs_.end());
     all.insert(all.end(), outputs_.begin(), outputs_.end());
-    *pins = new PinEnum(all, 0);
-    return S_OK;
-}
-
-HRESULT PushFilter::FindPin(LPCWSTR id, IPin** pin) {
-    *pin = nullptr;
-    for (PushInputPin* in : inputs_) {
-        if (id != nullptr && in->name() == id) {
-            *pin = in;
-        }
-    }
-    for (PushOutputPin* out : outputs_) {
-        if (id != nullptr && out->name() == id) {
-            *pin = out;
-        }
-    }
-    if (*pin == nullptr) {
-        return VFW_E_NOT_FOUND;
-    }
-    (*pin)->AddRef();
-    return S_OK;
-}
-
-HRESULT PushFilter::QueryFilterInfo(FILTER_INFO* info) {
-    wcsncpy(info->achName, name_.c_str(), MAX_FILTER_NAME - 1);
-    info->achName[MAX_FILTER_NAME - 1] = L'\0';
-    info->pGraph = graph_;
-    if (graph_ != nullptr) {
-        graph_->AddRef();
-    }
-    return S_OK;
-}
-
-HRESULT PushFilter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) {
-    std::lock_guard lock(mutex_);
-    graph_ = graph;
-    name_ = name != nullptr ? name : L"";
-    return S_OK;
-}
-
-HRESULT PushFilter::QueryVendorInfo(LPWSTR*) {
-    return E_NOTIMPL;
+    return all;
 }
 
 HRESULT PushFilter::deliver(std::size_t output, const void* data, std::size_t size,

@@ -1,7 +1,8 @@
-// The base of our own DirectShow filters that stand in where a system lacks one (Wine has
-// no DV Splitter and no DV decoder): one input pin taking samples pushed by the upstream
-// filter (IMemInputPin), any number of output pins pushing to downstream filters through
-// the downstream pin's allocator or one of their own. Each sample is worked on the
+// The base of our own DirectShow filters that work on the samples pushed to them (the DV
+// splitter and decoder that stand in where a system lacks them, our writer, the frame
+// gate), on the base every filter of ours has (FilterBase): input pins taking samples
+// pushed by upstream filters (IMemInputPin), any number of output pins pushing to downstream
+// filters through the downstream pin's allocator or one of their own. Each sample is worked on the
 // upstream's streaming thread and delivered before Receive returns; stream events
 // (end of stream, flushes, segments) pass on to every connected output.
 //
@@ -16,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/win/com_object.h"
+#include "platform/win/filter_base.h"
 #include "platform/win/media_type.h"
 
 namespace kc::win {
@@ -44,23 +45,12 @@ T* new_format(AM_MEDIA_TYPE& type, const GUID& format_type) {
 void set_video_type(AM_MEDIA_TYPE& type, const GUID& subtype, ULONG bytes, long width, long height,
                     WORD bits, DWORD compression, REFERENCE_TIME frame_time);
 
-class PushFilter : public ComObject<IBaseFilter> {
+class PushFilter : public FilterBase<> {
   public:
-    // IPersist
-    HRESULT STDMETHODCALLTYPE GetClassID(CLSID* clsid) override;
     // IMediaFilter
     HRESULT STDMETHODCALLTYPE Stop() override;
     HRESULT STDMETHODCALLTYPE Pause() override;
     HRESULT STDMETHODCALLTYPE Run(REFERENCE_TIME start) override;
-    HRESULT STDMETHODCALLTYPE GetState(DWORD timeout, FILTER_STATE* state) override;
-    HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* clock) override;
-    HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock** clock) override;
-    // IBaseFilter
-    HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** pins) override;
-    HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR id, IPin** pin) override;
-    HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO* info) override;
-    HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
-    HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* info) override;
 
   protected:
     // Inputs and outputs by name, in order; an input takes what accept_input says.
@@ -83,8 +73,6 @@ class PushFilter : public ComObject<IBaseFilter> {
     // resource while the graph runs (a file). A failure of started() fails the pause.
     virtual HRESULT started() { return S_OK; }
     virtual void stopped() {}
-    // Tells the graph, for a filter that ends streams (a renderer or a file writer).
-    void notify_graph(long code, LONG_PTR param1, LONG_PTR param2);
     bool input_is_connected(std::size_t input) const;
     const AM_MEDIA_TYPE& input_type(std::size_t input) const;
 
@@ -103,15 +91,8 @@ class PushFilter : public ComObject<IBaseFilter> {
 
     HRESULT deliver_stamped(std::size_t output, const void* data, std::size_t size,
                             REFERENCE_TIME* start, REFERENCE_TIME* stop);
+    std::vector<IPin*> pins() override;
 
-    CLSID clsid_;
-    // Recursive: a downstream pin asks its connector about itself while it connects.
-    std::recursive_mutex mutex_;
-    // Read unlocked by the streaming thread.
-    std::atomic<FILTER_STATE> state_{State_Stopped};
-    IReferenceClock* clock_ = nullptr;
-    IFilterGraph* graph_ = nullptr;  // not counted: the graph holds the filter
-    std::wstring name_;
     std::vector<PushInputPin*> inputs_;
     std::vector<PushOutputPin*> outputs_;
 };
