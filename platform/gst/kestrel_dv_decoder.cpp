@@ -1,5 +1,6 @@
 #include "platform/gst/kestrel_dv_decoder.h"
 
+#include <algorithm>
 #include <optional>
 #include <span>
 
@@ -206,7 +207,16 @@ std::vector<std::string> dv_decoder_resolutions(GstElement* element) {
 
 std::string dv_decoder_resolution(GstElement* element) {
     const KcDvDecoder* self = decoder_of(element);
-    return self ? resolution_names[self->resolution] : "";
+    if (self == nullptr) {
+        return "";
+    }
+    if (self->resolution == dc_only || !self->libav) {
+        return resolution_names[self->resolution];
+    }
+    // The decoder's own settings page may have changed its scale since.
+    int lowres = 0;
+    g_object_get(self->picture, "lowres", &lowres, nullptr);
+    return resolution_names[std::clamp(lowres, 0, dc_only - 1)];
 }
 
 bool set_dv_decoder_resolution(GstElement* element, const std::string& resolution) {
