@@ -4,7 +4,7 @@
 #include <mutex>
 #include <optional>
 
-#include "platform/capture/capture_log.h"
+#include "platform/capture/file_gate.h"
 #include "platform/gst/dv_frame_meta.h"
 
 GST_DEBUG_CATEGORY_STATIC(kc_frame_gate_debug);
@@ -14,22 +14,10 @@ namespace kc::gst {
 namespace {
 
 struct GateState {
-    // Guards the gate's making (at the first frame) against split and counters from the
-    // user-interface thread.
-    std::mutex lock;
-    std::shared_ptr<capture::Carry> carry;
-    std::string file;
-    std::string log_path;
-    std::string source;
-    std::unique_ptr<capture::CaptureLog> log;
-    std::unique_ptr<capture::FrameGate> gate;
-    // The counts of the run that ended last, read after the capture stopped.
-    capture::GateCounters final_counters;
-    bool split_asked = false;
-    bool ended = false;
-    // Frames pushed in this run: their stamps count on from the stream's start.
+    std::unique_ptr<capture::FileGate> file;
+    // Frames pushed in this run: their stamps count on from the stream's start. Written
+    // by the gate's writes only, which the gate serialises.
     guint64 pushed = 0;
-    GstClockTime period = 0;
     GstPad* sink = nullptr;
     GstPad* src = nullptr;
 };
@@ -72,32 +60,16 @@ void release_buffer(void* buffer) {
 // Sends a frame on with a stamp that counts frames from the stream's start: the file only
 // needs their order, and frames carried from the previous file's stream must not carry
 // that stream's times into this one.
-bool push_frame(GateState& s, const capture::Frame& frame) {
+bool push_frame(GateState& s, const capture::Frame& frame, dv::DvSystem system) {
+    const dv::FrameRate rate = dv::frame_rate(system);
+    const GstClockTime period = gst_util_uint64_scale(GST_SECOND, static_cast<guint64>(rate.den),
+                                                      static_cast<guint64>(rate.num));
     GstBuffer* out = gst_buffer_copy(static_cast<GstBuffer*>(frame.payload.get()));
-    GST_BUFFER_PTS(out) = s.pushed * s.period;
+    GST_BUFFER_PTS(out) = s.pushed * period;
     GST_BUFFER_DTS(out) = GST_BUFFER_PTS(out);
-    GST_BUFFER_DURATION(out) = s.period;
+    GST_BUFFER_DURATION(out) = period;
     ++s.pushed;
     return gst_pad_push(s.src, out) == GST_FLOW_OK;
-}
-
-// Makes the gate once the stream's DV system is known (from its first frame, or from what
-// the previous file handed over). Call with the lock held.
-void make_gate(GateState& s, dv::DvSystem system) {
-    const dv::FrameRate rate = dv::frame_rate(system);
-    s.period = gst_util_uint64_scale(GST_SECOND, static_cast<guint64>(rate.den),
-                                     static_cast<guint64>(rate.num));
-    if (s.log) {
-        s.log->set_system(system);
-    }
-    capture::GateOptions options;
-    options.system = system;
-    s.gate = std::make_unique<capture::FrameGate>(
-        options, [&s](const capture::Frame& frame) { return push_frame(s, frame); }, s.carry,
-        s.log.get());
-    if (s.split_asked) {
-        s.gate->split();
-    }
 }
 
 capture::FrameFacts facts_of(GstBuffer* buffer, std::optional<dv::DvSystem>& system) {
@@ -128,62 +100,22 @@ GstFlowReturn gate_chain(GstPad*, GstObject* parent, GstBuffer* buffer) {
     GateState& s = state_of(parent);
     std::optional<dv::DvSystem> system;
     capture::FrameFacts facts = facts_of(buffer, system);
-    capture::FrameGate* gate = nullptr;
-    {
-        std::lock_guard lock(s.lock);
-        if (!s.gate) {
-            make_gate(s, system.value_or(dv::DvSystem::pal_625_50));
-        }
-        gate = s.gate.get();
-    }
-    gate->frame(capture::Frame{std::shared_ptr<void>(buffer, release_buffer), std::move(facts)});
+    s.file->frame(capture::Frame{std::shared_ptr<void>(buffer, release_buffer), std::move(facts)},
+                  system);
     // A frame the file could not take is counted and logged by the gate; the capture goes
     // on, so that the frames that still come are counted too.
     return GST_PAD_IS_FLUSHING(s.src) ? GST_FLOW_FLUSHING : GST_FLOW_OK;
 }
 
-// The end of the stream: what the gate held goes into the file or to the next one, then
-// the file is finished downstream, then its size can be logged.
-void end_stream(GateState& s) {
-    capture::FrameGate* gate = nullptr;
-    {
-        std::lock_guard lock(s.lock);
-        if (s.ended) {
-            return;
-        }
-        s.ended = true;
-        if (!s.gate) {
-            // A file with no frame of its own may still open with frames carried to it.
-            std::optional<dv::DvSystem> carried;
-            if (s.carry) {
-                std::lock_guard carry_lock(s.carry->lock);
-                if (s.carry->pending) {
-                    carried = s.carry->system;
-                }
-            }
-            make_gate(s, carried.value_or(dv::DvSystem::pal_625_50));
-        }
-        gate = s.gate.get();
-    }
-    gate->end();
-}
-
-void finish_log(GateState& s) {
-    std::lock_guard lock(s.lock);
-    if (s.gate) {
-        s.gate->finish_log();
-    } else if (s.log) {
-        s.log->finish(std::nullopt, capture::GateCounters{});
-    }
-}
-
 gboolean gate_event(GstPad* pad, GstObject* parent, GstEvent* event) {
     GateState& s = state_of(parent);
     if (GST_EVENT_TYPE(event) == GST_EVENT_EOS) {
-        end_stream(s);
+        // What the gate held goes into the file or to the next one, then the file is
+        // finished downstream as the end of the stream reaches it, then its size can be
+        // logged.
+        s.file->end();
         const gboolean pushed = gst_pad_push_event(s.src, event);
-        // The writer finishes its file as the end of the stream reaches it.
-        finish_log(s);
+        s.file->finish();
         return pushed;
     }
     return gst_pad_event_default(pad, parent, event);
@@ -192,20 +124,10 @@ gboolean gate_event(GstPad* pad, GstObject* parent, GstEvent* event) {
 GstStateChangeReturn gate_change_state(GstElement* element, GstStateChange transition) {
     GateState& s = state_of(element);
     if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) {
-        std::lock_guard lock(s.lock);
-        s.gate.reset();
-        s.final_counters = {};
-        s.ended = false;
-        s.split_asked = false;
         s.pushed = 0;
-        s.log.reset();
-        if (!s.log_path.empty()) {
-            std::error_code error;
-            s.log = capture::CaptureLog::open(s.log_path, s.file, s.source, error);
-            if (!s.log) {
-                GST_WARNING_OBJECT(element, "no capture log at %s: %s", s.log_path.c_str(),
-                                   error.message().c_str());
-            }
+        std::error_code error;
+        if (!s.file->start(error)) {
+            GST_WARNING_OBJECT(element, "no capture log: %s", error.message().c_str());
         }
     }
     const GstStateChangeReturn ret =
@@ -214,14 +136,8 @@ GstStateChangeReturn gate_change_state(GstElement* element, GstStateChange trans
         // Stopped without the end of the stream (an error, a lost device): the writer
         // downstream has already finished its file. Held frames can no longer be written;
         // after a split they still go to the next file.
-        end_stream(s);
-        finish_log(s);
-        std::lock_guard lock(s.lock);
-        if (s.gate) {
-            s.final_counters = s.gate->counters();
-        }
-        s.gate.reset();
-        s.log.reset();
+        s.file->end();
+        s.file->finish();
     }
     return ret;
 }
@@ -237,45 +153,24 @@ GstElement* make_frame_gate(std::shared_ptr<capture::Carry> carry, const std::st
                             const std::string& log_path, const std::string& source) {
     auto* element = static_cast<GstElement*>(g_object_new(kc_frame_gate_get_type(), nullptr));
     GateState& s = state_of(element);
-    s.carry = std::move(carry);
-    s.file = file;
-    s.log_path = log_path;
-    s.source = source;
+    s.file =
+        std::make_unique<capture::FileGate>(std::move(carry), file, log_path, source,
+                                            [&s](const capture::Frame& frame, dv::DvSystem system) {
+                                                return push_frame(s, frame, system);
+                                            });
     return element;
 }
 
 void frame_gate_split(GstElement* element) {
-    GateState& s = state_of(element);
-    std::lock_guard lock(s.lock);
-    s.split_asked = true;
-    if (s.gate) {
-        s.gate->split();
-    }
+    state_of(element).file->split();
 }
 
 bool frame_gate_holds_break(GstElement* element) {
-    GateState& s = state_of(element);
-    std::lock_guard lock(s.lock);
-    return s.gate && s.gate->holds_break();
+    return state_of(element).file->holds_break();
 }
 
 capture::GateCounters frame_gate_counters(GstElement* element) {
-    GateState& s = state_of(element);
-    std::lock_guard lock(s.lock);
-    if (s.gate) {
-        return s.gate->counters();
-    }
-    capture::GateCounters counters = s.final_counters;
-    // Before its first frame, a file that will not be split is owed what the previous one
-    // handed over: it is written at the latest when the stream ends, so the file is not
-    // too short to keep.
-    if (s.carry && !s.split_asked && !s.ended) {
-        std::lock_guard carry_lock(s.carry->lock);
-        if (s.carry->pending) {
-            counters.written += static_cast<std::int64_t>(s.carry->frames.size());
-        }
-    }
-    return counters;
+    return state_of(element).file->counters();
 }
 
 }  // namespace kc::gst

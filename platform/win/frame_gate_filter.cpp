@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/capture/capture_log.h"
+#include "platform/capture/file_gate.h"
 #include "platform/win/media_type.h"
 #include "platform/win/push_filter.h"
 
@@ -66,10 +66,10 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
     FrameGateFilter(std::shared_ptr<capture::Carry> carry, std::string file, std::string log_path,
                     std::string source)
         : PushFilter(frame_gate_clsid, {L"Input"}, {L"Output"}),
-          carry_(std::move(carry)),
-          file_(std::move(file)),
-          log_path_(std::move(log_path)),
-          source_(std::move(source)) {}
+          file_(std::move(carry), std::move(file), std::move(log_path), std::move(source),
+                [this](const capture::Frame& frame, dv::DvSystem system) {
+                    return push_frame(frame, system);
+                }) {}
 
     // The interfaces beyond the filter's, answered for the same object.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
@@ -88,11 +88,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
 
     // IKcFrameGate
     HRESULT STDMETHODCALLTYPE SplitAtBreak() override {
-        std::lock_guard lock(lock_);
-        split_asked_ = true;
-        if (gate_) {
-            gate_->split();
-        }
+        file_.split();
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE EndStream() override {
@@ -103,8 +99,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         if (held == nullptr) {
             return E_POINTER;
         }
-        std::lock_guard lock(lock_);
-        *held = gate_ && gate_->holds_break();
+        *held = file_.holds_break();
         return S_OK;
     }
 
@@ -114,14 +109,14 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         if (count == nullptr) {
             return E_POINTER;
         }
-        *count = static_cast<LONG>(counters().dropped());
+        *count = static_cast<LONG>(file_.counters().dropped());
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetNumNotDropped(LONG* count) override {
         if (count == nullptr) {
             return E_POINTER;
         }
-        *count = static_cast<LONG>(counters().written);
+        *count = static_cast<LONG>(file_.counters().written);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetDroppedInfo(LONG, LONG*, LONG*) override {
@@ -132,8 +127,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         if (size == nullptr) {
             return E_POINTER;
         }
-        std::lock_guard lock(lock_);
-        *size = static_cast<LONG>(dv::frame_bytes(system_));
+        *size = static_cast<LONG>(dv::frame_bytes(file_.system()));
         return S_OK;
     }
 
@@ -157,18 +151,10 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
     }
 
     HRESULT started() override {
-        std::lock_guard lock(lock_);
-        gate_.reset();
-        final_counters_ = {};
-        ended_ = false;
-        split_asked_ = false;
         pushed_ = 0;
-        log_.reset();
-        if (!log_path_.empty()) {
-            std::error_code error;
-            // A capture goes on without its log when the folder refuses one.
-            log_ = capture::CaptureLog::open(log_path_, file_, source_, error);
-        }
+        std::error_code error;
+        // A capture goes on without its log when the folder refuses one.
+        (void)file_.start(error);
         IPin* peer = nullptr;
         std::lock_guard counting(counter_lock_);
         if (upstream_counter_ != nullptr) {
@@ -192,15 +178,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
     // unless EndStream came first; after a split they still go to the next file.
     void stopped() override {
         end_stream();
-        std::lock_guard lock(lock_);
-        if (gate_) {
-            gate_->finish_log();
-            final_counters_ = gate_->counters();
-        } else if (log_) {
-            log_->finish(std::nullopt, capture::GateCounters{});
-        }
-        gate_.reset();
-        log_.reset();
+        file_.finish();
         std::lock_guard counting(counter_lock_);
         if (upstream_counter_ != nullptr) {
             upstream_counter_->Release();
@@ -222,15 +200,7 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
         }
         facts.source_lost = source_lost();
         auto payload = std::make_shared<std::vector<std::uint8_t>>(bytes.begin(), bytes.end());
-        capture::FrameGate* gate = nullptr;
-        {
-            std::lock_guard lock(lock_);
-            if (!gate_) {
-                make_gate(system.value_or(dv::DvSystem::pal_625_50));
-            }
-            gate = gate_.get();
-        }
-        gate->frame(capture::Frame{std::move(payload), std::move(facts)});
+        file_.frame(capture::Frame{std::move(payload), std::move(facts)}, system);
         // A frame the file could not take is counted and logged by the gate; the capture
         // goes on, so that the frames that still come are counted too.
         return S_OK;
@@ -268,93 +238,21 @@ class FrameGateFilter final : public PushFilter, public IAMDroppedFrames, public
     // Sends a frame on with a stamp that counts frames from the run's start: the file only
     // needs their order, and frames carried from the previous file's run must not carry
     // that run's times into this one.
-    bool push_frame(const capture::Frame& frame) {
+    bool push_frame(const capture::Frame& frame, dv::DvSystem system) {
         const auto& bytes = *static_cast<const std::vector<std::uint8_t>*>(frame.payload.get());
-        const REFERENCE_TIME start = pushed_ * period_;
-        ++pushed_;
-        return SUCCEEDED(deliver(0, bytes.data(), bytes.size(), start, start + period_));
-    }
-
-    // Makes the gate once the stream's DV system is known (from its first frame, or from
-    // what the previous file handed over). Call with the lock held.
-    void make_gate(dv::DvSystem system) {
-        system_ = system;
         const dv::FrameRate rate = dv::frame_rate(system);
-        period_ = units_per_second * rate.den / rate.num;
-        if (log_) {
-            log_->set_system(system);
-        }
-        capture::GateOptions options;
-        options.system = system;
-        gate_ = std::make_unique<capture::FrameGate>(
-            options, [this](const capture::Frame& frame) { return push_frame(frame); }, carry_,
-            log_.get());
-        if (split_asked_) {
-            gate_->split();
-        }
+        const REFERENCE_TIME period = units_per_second * rate.den / rate.num;
+        const REFERENCE_TIME start = pushed_ * period;
+        ++pushed_;
+        return SUCCEEDED(deliver(0, bytes.data(), bytes.size(), start, start + period));
     }
 
-    void end_stream() {
-        capture::FrameGate* gate = nullptr;
-        {
-            std::lock_guard lock(lock_);
-            if (ended_) {
-                return;
-            }
-            ended_ = true;
-            if (!gate_) {
-                // A file with no frame of its own may still open with frames carried to it.
-                std::optional<dv::DvSystem> carried;
-                if (carry_) {
-                    std::lock_guard carry_lock(carry_->lock);
-                    if (carry_->pending) {
-                        carried = carry_->system;
-                    }
-                }
-                make_gate(carried.value_or(dv::DvSystem::pal_625_50));
-            }
-            gate = gate_.get();
-        }
-        gate->lost_at_end(source_lost());
-        gate->end();
-    }
+    // The end of the stream, with what the source lost after its last frame.
+    void end_stream() { file_.end(source_lost()); }
 
-    capture::GateCounters counters() {
-        std::lock_guard lock(lock_);
-        if (gate_) {
-            return gate_->counters();
-        }
-        capture::GateCounters counters = final_counters_;
-        // Before its first frame, a file that will not be split is owed what the previous
-        // one handed over: it is written at the latest when the stream ends, so the file is
-        // not too short to keep.
-        if (carry_ && !split_asked_ && !ended_) {
-            std::lock_guard carry_lock(carry_->lock);
-            if (carry_->pending) {
-                counters.written += static_cast<std::int64_t>(carry_->frames.size());
-            }
-        }
-        return counters;
-    }
-
-    const std::shared_ptr<capture::Carry> carry_;
-    const std::string file_;
-    const std::string log_path_;
-    const std::string source_;
-
-    // Guards the gate's making (at the first frame) against the calls of the user-interface
-    // thread; the gate guards itself.
-    std::mutex lock_;
-    std::unique_ptr<capture::CaptureLog> log_;
-    std::unique_ptr<capture::FrameGate> gate_;
-    // The counts of the run that ended last, read after the capture stopped.
-    capture::GateCounters final_counters_;
-    bool split_asked_ = false;
-    bool ended_ = false;
-    dv::DvSystem system_ = dv::DvSystem::pal_625_50;
+    capture::FileGate file_;
     // Written by the gate's writes only, which the gate serialises.
     REFERENCE_TIME pushed_ = 0;
-    REFERENCE_TIME period_ = units_per_second / 25;
     // The source's frame counter, read as frames come and as the stream ends (which may be
     // on the user-interface thread).
     std::mutex counter_lock_;
