@@ -145,6 +145,22 @@ std::int64_t logged_drops(const fs::path& file) {
     return at == std::string::npos ? -1 : std::stoll(log.substr(at + key.size()));
 }
 
+// The frames a file's log counts as lost on their way to it between its first and last
+// frame (by the source or after it), as against those the file could not take.
+std::int64_t lost_before_the_end(const fs::path& file) {
+    const std::string log = log_of(file);
+    std::int64_t lost = 0;
+    for (std::size_t at = log.find("\ndropped: "); at != std::string::npos;
+         at = log.find("\ndropped: ", at + 1)) {
+        const std::string line = log.substr(at + 1, log.find('\n', at + 1) - at - 1);
+        if (line.find("not written") == std::string::npos &&
+            line.find("as the stream ended") == std::string::npos) {
+            lost += std::stoll(line.substr(std::string("dropped: ").size()));
+        }
+    }
+    return lost;
+}
+
 // Tape frames in order, none twice, and any missing between the first and the last are
 // exactly the `counted` drops: a loaded machine may lose frames at the deck, as a bus
 // does, but never without counting them.
@@ -528,7 +544,7 @@ TEST_F(EndToEnd, ARecordingThatFillsTheDiskStopsWithTheWarningAndStaysReadable) 
     ASSERT_EQ(written.size(), 1u);
     const std::vector<std::int64_t> frames = tape_frames_of(written[0], vcr->tape());
     ASSERT_GE(frames.size(), 25u);
-    EXPECT_TRUE(whole_or_counted(frames, 0));
+    EXPECT_TRUE(whole_or_counted(frames, lost_before_the_end(written[0])));
     EXPECT_EQ(test::decode_video_frames(written[0]), static_cast<long>(frames.size()));
     const std::string log = log_of(written[0]);
     EXPECT_NE(log.find("\nframes: " + std::to_string(frames.size()) + "\n"), std::string::npos)
@@ -710,10 +726,17 @@ TEST_F(SceneTape, SceneDetectionPutsEveryFrameOnceIntoOneFilePerRecordingAndEnds
         const std::vector<std::int64_t> frames = tape_frames_of(file, tape);
         ASSERT_FALSE(frames.empty());
         const std::int64_t first = 70 * static_cast<std::int64_t>(i);
+        // Split exactly: no frame of another recording in this file. A loaded machine may
+        // lose frames at the deck right at a break; they are counted in the file after it.
         if (i > 0) {
-            EXPECT_EQ(frames.front(), first) << "the recording's first frame";
+            EXPECT_GE(frames.front(), first) << "the recording's first frame";
+            EXPECT_LE(frames.front(), first + logged_drops(file)) << "the recording's first frame";
         }
-        EXPECT_EQ(frames.back(), first + 69) << "the recording's last frame";
+        EXPECT_LE(frames.back(), first + 69) << "the recording's last frame";
+        if (i < 3) {
+            EXPECT_GE(frames.back(), first + 69 - logged_drops(written[i + 1]))
+                << "the recording's last frame";
+        }
         all.insert(all.end(), frames.begin(), frames.end());
 
         const std::string log = log_of(file);
