@@ -171,6 +171,22 @@ void FrameGate::note_held() {
 void FrameGate::frame(Frame frame) {
     std::lock_guard lock(lock_);
     if (ended_) {
+        // A host may end the stream before its source has stopped delivering (a graph told
+        // to finish before it stops). After a split, such a frame is the next file's: it
+        // follows what was handed over, unless the next file has already taken that.
+        if (split_asked_ && carry_) {
+            std::int64_t missing = 0;
+            if (classify(frame.facts, missing) == Step::repeat) {
+                return;
+            }
+            PendingFrame pending{std::move(frame), missing, previous_};
+            accept(pending.frame.facts);
+            std::lock_guard carry_lock(carry_->lock);
+            if (carry_->pending) {
+                carry_->frames.push_back(std::move(pending));
+                carry_->recent = recent_;
+            }
+        }
         return;
     }
     if (!begun_) {
