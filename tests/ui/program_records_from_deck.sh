@@ -26,13 +26,17 @@ codecs=$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$file" | 
 frames=$(ffprobe -v error -count_packets -select_streams v:0 -show_entries stream=nb_read_packets \
   -of csv=p=0 "$file")
 echo "recorded $frames frames ($codecs)"
-# Five seconds between the presses at 25 frames a second, less the moment the graph takes
-# to start: what the tape gives, and no more than it can.
-[ "$frames" -ge 95 ] && [ "$frames" -le 132 ] || fail "$frames frames for five seconds"
-# The log beside the file counts the same frames, and none lost between them.
+# The log beside the file counts the same frames. A loaded machine may lose some at the
+# deck, as a bus does: each loss is a line of the log, and they add up to its count.
 log="$work/captures/kestrel 005.log"
 [ -s "$log" ] || fail "no capture log $log"
 cat "$log"
 grep -qx "frames: $frames" "$log" || fail "the log counts other frames"
-grep -qx "dropped frames: 0" "$log" || fail "frames lost"
+dropped=$(sed -n 's/^dropped frames: //p' "$log")
+listed=$(awk '/^dropped: [0-9]+ frames?,/ { n += $2 } END { print n + 0 }' "$log")
+[ "${dropped:-x}" = "${listed:-0}" ] || fail "$dropped frames counted lost, $listed listed"
+# Five seconds between the presses at 25 frames a second, less the moment the graph takes
+# to start: what the tape gives, and no more than it can.
+taken=$((frames + dropped))
+[ "$taken" -ge 95 ] && [ "$taken" -le 132 ] || fail "$taken frames for five seconds"
 echo "PASS"
