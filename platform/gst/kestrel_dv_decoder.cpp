@@ -1,10 +1,12 @@
 #include "platform/gst/kestrel_dv_decoder.h"
 
+#include <gst/video/video-info.h>
+
 #include <algorithm>
 #include <optional>
 #include <span>
 
-#include "dv/dv_dc_image.h"
+#include "dv/dv_small_image.h"
 
 extern "C" {
 
@@ -20,6 +22,8 @@ struct KcDvDcDecoder {
     int par_d;
     // A segment that came before the picture's caps could be sent: it follows them.
     GstEvent* held_segment;
+    // Pixels a side per DCT block (1, 2 or 4); set from any thread, read per frame.
+    gint detail;
 };
 
 struct KcDvDcDecoderClass {
@@ -33,6 +37,7 @@ struct KcDvDecoder {
     GstElement* route;  // output-selector: which decoder gets the frames
     GstElement* pick;   // input-selector: whose pictures go on
     GstElement* picture;
+    GstElement* small;
     GstPad* to_picture;
     GstPad* to_dc;
     GstPad* from_picture;
@@ -54,12 +59,15 @@ namespace {
 
 constexpr const char* resolution_names[] = {"full", "half", "quarter", "DC only"};
 constexpr int dc_only = 3;
+// Pixels a side per DCT block of each resolution our small-picture decoder gives.
+constexpr int block_side[] = {8, 4, 2, 1};
+enum { property_detail = 1 };
 
 GstStaticPadTemplate dc_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
 GstStaticPadTemplate dc_src_template = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
-    GST_STATIC_CAPS("video/x-raw, format=(string)BGRx, width=(int)[1, 2147483647], "
+    GST_STATIC_CAPS("video/x-raw, format=(string)I420, width=(int)[1, 2147483647], "
                     "height=(int)[1, 2147483647], framerate=(fraction)[0/1, 2147483647/1]"));
 GstStaticPadTemplate bin_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
@@ -70,20 +78,54 @@ KcDvDcDecoder* dc_of(GstObject* parent) {
     return reinterpret_cast<KcDvDcDecoder*>(parent);
 }
 
-void send_caps(KcDvDcDecoder& self, const dv::DcImage& image, dv::DvSystem system) {
+void send_caps(KcDvDcDecoder& self, int width, int height, dv::DvSystem system) {
     const dv::FrameRate rate = dv::frame_rate(system);
-    GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width",
-                                        G_TYPE_INT, image.width, "height", G_TYPE_INT, image.height,
-                                        "framerate", GST_TYPE_FRACTION, static_cast<int>(rate.num),
-                                        static_cast<int>(rate.den), nullptr);
+    GstCaps* caps =
+        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
+                            width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION,
+                            static_cast<int>(rate.num), static_cast<int>(rate.den), nullptr);
     if (self.par_n > 0 && self.par_d > 0) {
         gst_caps_set_simple(caps, "pixel-aspect-ratio", GST_TYPE_FRACTION, self.par_n, self.par_d,
                             nullptr);
     }
     gst_pad_push_event(self.src, gst_event_new_caps(caps));
     gst_caps_unref(caps);
-    self.width = image.width;
-    self.height = image.height;
+    self.width = width;
+    self.height = height;
+}
+
+// The small picture of `frame` in a new buffer; null for a frame cut short or without its
+// header (the preview shows the next whole one).
+GstBuffer* decode(KcDvDcDecoder& self, std::span<const std::uint8_t> frame) {
+    const std::optional<dv::DvSystem> system = dv::system_of_frame_start(frame);
+    if (!system || frame.size() < dv::frame_bytes(*system)) {
+        return nullptr;
+    }
+    const auto detail = static_cast<dv::Detail>(g_atomic_int_get(&self.detail));
+    const int width = dv::small_image_width(*system, detail);
+    const int height = dv::small_image_height(*system, detail);
+    if (width != self.width || height != self.height) {
+        send_caps(self, width, height, *system);
+    }
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
+                              static_cast<guint>(height));
+    GstBuffer* out = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&info), nullptr);
+    GstMapInfo map;
+    if (out == nullptr || !gst_buffer_map(out, &map, GST_MAP_WRITE)) {
+        if (out) {
+            gst_buffer_unref(out);
+        }
+        return nullptr;
+    }
+    dv::I420Planes planes{};
+    for (int p = 0; p < 3; ++p) {
+        planes.plane[p] = map.data + GST_VIDEO_INFO_PLANE_OFFSET(&info, p);
+        planes.stride[p] = static_cast<std::size_t>(GST_VIDEO_INFO_PLANE_STRIDE(&info, p));
+    }
+    dv::decode_small_image(frame, *system, detail, planes);
+    gst_buffer_unmap(out, &map);
+    return out;
 }
 
 GstFlowReturn dc_chain(GstPad*, GstObject* parent, GstBuffer* in) {
@@ -93,36 +135,16 @@ GstFlowReturn dc_chain(GstPad*, GstObject* parent, GstBuffer* in) {
         gst_buffer_unref(in);
         return GST_FLOW_ERROR;
     }
-    const std::span<const std::uint8_t> frame(map.data, map.size);
-    const std::optional<dv::DvSystem> system = dv::system_of_frame_start(frame);
-    const std::optional<dv::DcImage> image =
-        system ? dv::decode_dc_image(frame, *system) : std::nullopt;
+    GstBuffer* out = decode(self, {map.data, map.size});
     gst_buffer_unmap(in, &map);
-    if (!image) {
-        // A frame cut short or without its header: the preview shows the next whole one.
+    if (out == nullptr) {
         gst_buffer_unref(in);
         return GST_FLOW_OK;
-    }
-    if (image->width != self.width || image->height != self.height) {
-        send_caps(self, *image, *system);
     }
     if (self.held_segment) {
         gst_pad_push_event(self.src, self.held_segment);
         self.held_segment = nullptr;
     }
-    const auto stride = static_cast<std::size_t>(image->width) * 4;
-    GstBuffer* out =
-        gst_buffer_new_allocate(nullptr, stride * static_cast<std::size_t>(image->height), nullptr);
-    GstMapInfo out_map;
-    if (out == nullptr || !gst_buffer_map(out, &out_map, GST_MAP_WRITE)) {
-        if (out) {
-            gst_buffer_unref(out);
-        }
-        gst_buffer_unref(in);
-        return GST_FLOW_ERROR;
-    }
-    dv::write_bgrx(*image, out_map.data, stride);
-    gst_buffer_unmap(out, &out_map);
     gst_buffer_copy_into(out, in, GST_BUFFER_COPY_TIMESTAMPS, 0, static_cast<gsize>(-1));
     gst_buffer_unref(in);
     return gst_pad_push(self.src, out);
@@ -199,10 +221,7 @@ std::vector<std::string> dv_decoder_resolutions(GstElement* element) {
     if (self == nullptr) {
         return {};
     }
-    if (self->libav) {
-        return {std::begin(resolution_names), std::end(resolution_names)};
-    }
-    return {resolution_names[0], resolution_names[dc_only]};
+    return {std::begin(resolution_names), std::end(resolution_names)};
 }
 
 std::string dv_decoder_resolution(GstElement* element) {
@@ -210,10 +229,10 @@ std::string dv_decoder_resolution(GstElement* element) {
     if (self == nullptr) {
         return "";
     }
-    if (self->resolution == dc_only || !self->libav) {
+    if (self->resolution != 0 || !self->libav) {
         return resolution_names[self->resolution];
     }
-    // The decoder's own settings page may have changed its scale since.
+    // The full decoder's own settings page may have changed its scale since.
     int lowres = 0;
     g_object_get(self->picture, "lowres", &lowres, nullptr);
     return resolution_names[std::clamp(lowres, 0, dc_only - 1)];
@@ -237,12 +256,15 @@ bool set_dv_decoder_resolution(GstElement* element, const std::string& resolutio
     if (chosen < 0) {
         return false;
     }
-    if (chosen != dc_only && self->libav) {
-        g_object_set(self->picture, "lowres", chosen, nullptr);
+    if (chosen == 0 && self->libav) {
+        g_object_set(self->picture, "lowres", 0, nullptr);
+    }
+    const bool dc = chosen != 0;
+    if (dc) {
+        g_object_set(self->small, "detail", block_side[chosen], nullptr);
     }
     // Where the frames go first, then whose pictures are taken: a frame already in the
     // decoder left behind is dropped, not shown after the new decoder's first.
-    const bool dc = chosen == dc_only;
     g_object_set(self->route, "active-pad", dc ? self->to_dc : self->to_picture, nullptr);
     g_object_set(self->pick, "active-pad", dc ? self->from_dc : self->from_picture, nullptr);
     self->resolution = chosen;
@@ -264,14 +286,43 @@ static void kc_dv_dc_decoder_finalize(GObject* object) {
     G_OBJECT_CLASS(kc_dv_dc_decoder_parent_class)->finalize(object);
 }
 
+static void kc_dv_dc_decoder_set_property(GObject* object, guint id, const GValue* value,
+                                          GParamSpec* spec) {
+    auto* self = reinterpret_cast<KcDvDcDecoder*>(object);
+    if (id != kc::gst::property_detail) {
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        return;
+    }
+    const int side = g_value_get_int(value);
+    g_atomic_int_set(&self->detail, side >= 4 ? 4 : side >= 2 ? 2 : 1);
+}
+
+static void kc_dv_dc_decoder_get_property(GObject* object, guint id, GValue* value,
+                                          GParamSpec* spec) {
+    auto* self = reinterpret_cast<KcDvDcDecoder*>(object);
+    if (id != kc::gst::property_detail) {
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        return;
+    }
+    g_value_set_int(value, g_atomic_int_get(&self->detail));
+}
+
 static void kc_dv_dc_decoder_class_init(KcDvDcDecoderClass* klass) {
-    G_OBJECT_CLASS(klass)->finalize = kc_dv_dc_decoder_finalize;
+    GObjectClass* object_class = G_OBJECT_CLASS(klass);
+    object_class->finalize = kc_dv_dc_decoder_finalize;
+    object_class->set_property = kc_dv_dc_decoder_set_property;
+    object_class->get_property = kc_dv_dc_decoder_get_property;
+    g_object_class_install_property(
+        object_class, kc::gst::property_detail,
+        g_param_spec_int("detail", "Detail", "Pixels a side per 8 x 8 DCT block: 1, 2 or 4", 1, 4,
+                         1, static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS)));
     GstElementClass* element_class = GST_ELEMENT_CLASS(klass);
     gst_element_class_add_static_pad_template(element_class, &kc::gst::dc_sink_template);
     gst_element_class_add_static_pad_template(element_class, &kc::gst::dc_src_template);
     gst_element_class_set_static_metadata(
-        element_class, "Kestrel DV DC-picture decoder", "Codec/Decoder/Video",
-        "One pixel per DCT block of a DV frame, from the DC coefficients alone", "Kestrel Capture");
+        element_class, "Kestrel DV small-picture decoder", "Codec/Decoder/Video",
+        "An eighth, a quarter or half of a DV frame from its lowest frequencies",
+        "Kestrel Capture");
 }
 
 static void kc_dv_dc_decoder_init(KcDvDcDecoder* self) {
@@ -282,6 +333,7 @@ static void kc_dv_dc_decoder_init(KcDvDcDecoder* self) {
     self->src = gst_pad_new_from_static_template(&kc::gst::dc_src_template, "src");
     gst_pad_use_fixed_caps(self->src);
     gst_element_add_pad(GST_ELEMENT(self), self->src);
+    self->detail = 1;
 }
 
 static void kc_dv_decoder_finalize(GObject* object) {
@@ -311,6 +363,7 @@ static void kc_dv_decoder_init(KcDvDecoder* self) {
     self->picture = gst_element_factory_make(self->libav ? "avdec_dvvideo" : "dvdec", "picture");
     GstElement* dc =
         static_cast<GstElement*>(g_object_new(kc_dv_dc_decoder_get_type(), "name", "dc", nullptr));
+    self->small = dc;
     // Only the decoder in use is asked what it takes; the two take the same frames but give
     // different pictures, and their pictures never meet. One streaming thread drives both
     // branches, so the idle one must never be waited for.

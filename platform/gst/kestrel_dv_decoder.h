@@ -1,13 +1,15 @@
 // The preview's DV video decoder: one element whose display resolution can be changed while
-// the preview plays. Full, half and quarter come from libav's DV decoder (which scales its
-// inverse transform down; GStreamer's own decoder, where libav's is missing, gives only
-// full); "DC only" comes from our DC-picture decoder, which keeps one pixel per 8 x 8 block
-// and skips the variable-length decoding the others spend most of their time in, so it is
-// the cheapest picture there is.
+// the preview plays. Full comes from libav's DV decoder (GStreamer's own where libav's is
+// missing). Half, quarter and "DC only" come from our small-picture decoder, which takes
+// only the coefficients a picture of that size can show (the DC alone for DC only) and
+// skips most of the variable-length decoding a full decoder spends its time in: a half
+// picture costs a fraction of a full one, where libav's scaled-down decoding costs nearly
+// as much as its full.
 //
 // "kestreldvdec" is a bin: the frames go to one of the two decoders and the pictures of
 // that one come out, so a change of resolution is a change of format downstream, never a
-// gap in the stream. "kestreldvdcdec" is the DC-picture decoder on its own.
+// gap in the stream. "kestreldvdcdec" is the small-picture decoder on its own; its "detail"
+// is the pixels a side it gives each 8 x 8 block (1, 2 or 4).
 #pragma once
 
 #include <gst/gst.h>

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "dv/dv_dc_image.h"
+#include "dv/dv_small_image.h"
 #include "platform/win/push_filter.h"
 
 namespace kc::win {
@@ -38,8 +38,8 @@ class DvDecoder : public PushFilter {
     }
 
     bool output_type(std::size_t, AM_MEDIA_TYPE& type) override {
-        const int width = dv::dc_image_width(system_);
-        const int height = dv::dc_image_height(system_);
+        const int width = dv::small_image_width(system_);
+        const int height = dv::small_image_height(system_);
         set_video_type(type, MEDIASUBTYPE_RGB32, static_cast<ULONG>(width * height * 4), width,
                        height, 32, BI_RGB, frame_time_);
         return true;
@@ -54,7 +54,7 @@ class DvDecoder : public PushFilter {
         if (dv::system_of_frame_start(frame) != system_) {
             return S_OK;
         }
-        const auto image = dv::decode_dc_image(frame, system_);
+        const auto image = dv::decode_small_image(frame, system_);
         if (!image) {
             return S_OK;
         }

@@ -1,5 +1,5 @@
 // Our DV video decoder, for systems that have none (Wine): takes DV frames (Video, dvsd)
-// and gives the frame's DC picture (dv/dv_dc_image.h), one pixel per 8 x 8 block, as
+// and gives the frame's DC picture (dv/dv_small_image.h), one pixel per 8 x 8 block, as
 // bottom-up RGB32: 90 x 72 on 625-50, 90 x 60 on 525-60. Enough to preview what a deck
 // plays.
 #pragma once

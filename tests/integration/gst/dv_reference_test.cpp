@@ -9,7 +9,7 @@
 
 #include "deck/gst/tape_writer.h"
 #include "dv/dv_audio.h"
-#include "dv/dv_dc_image.h"
+#include "dv/dv_small_image.h"
 #include "tests/integration/gst/gst_test_support.h"
 
 namespace kc::deck {
@@ -121,11 +121,11 @@ TEST_F(DvReference, SoundMatchesDvdemuxFrameByFrame) {
     }
 }
 
-// The DC picture against dvdec's full picture brought down to one pixel per 8 x 8 block:
+// The small pictures against dvdec's full picture brought down to one pixel per 8 x 8 block:
 // the mean of the block, as the DC coefficient gives it. The test card's colours, large
 // type and marker make any misplaced macroblock show. Compared in Y'CbCr: the mean of
 // clipped RGB pixels is not the RGB of the mean.
-TEST_F(DvReference, DcPictureMatchesDvdecScaledDown) {
+TEST_F(DvReference, SmallPicturesMatchDvdecScaledDown) {
     for (const DvSystem system : {DvSystem::pal_625_50, DvSystem::ntsc_525_60}) {
         SCOPED_TRACE(system_name(system));
         const auto tape = make_tape(system, 48000, false);
@@ -134,20 +134,23 @@ TEST_F(DvReference, DcPictureMatchesDvdecScaledDown) {
                                    "\" ! dvdemux ! dvdec ! videoconvert ! video/x-raw,format=";
         const auto theirs = pull_buffers(decode + "Y444 ! appsink name=out sync=false");
         ASSERT_EQ(theirs.size(), frames.size());
-        const int w = dv::dc_image_width(system);
-        const int h = dv::dc_image_height(system);
+        const int w = dv::small_image_width(system);
+        const int h = dv::small_image_height(system);
         const auto plane = static_cast<std::size_t>(w * 8 * h * 8);
         for (std::size_t n = 0; n < frames.size(); n += 7) {
-            const auto image = dv::decode_dc_image(frames[n], system);
+            const auto image = dv::decode_small_image(frames[n], system);
             ASSERT_TRUE(image);
             ASSERT_EQ(theirs[n].size(), plane * 3);
             double difference = 0;
             double spread = 0;
+            double values = 0;
             for (int c = 0; c < 3; ++c) {
+                // Colour comes once per 2 x 2 blocks, the top left one's.
+                const int step = c == 0 ? 1 : 2;
                 const auto& ours = c == 0 ? image->y : c == 1 ? image->cb : image->cr;
-                ASSERT_EQ(ours.size(), static_cast<std::size_t>(w * h));
-                for (int y = 0; y < h; ++y) {
-                    for (int x = 0; x < w; ++x) {
+                ASSERT_EQ(ours.size(), static_cast<std::size_t>(w * h / step / step));
+                for (int y = 0; y < h; y += step) {
+                    for (int x = 0; x < w; x += step) {
                         int sum = 0;
                         for (int dy = 0; dy < 8; ++dy) {
                             const std::size_t row =
@@ -157,27 +160,66 @@ TEST_F(DvReference, DcPictureMatchesDvdecScaledDown) {
                             }
                         }
                         const double mean = sum / 64.0;
-                        difference += std::abs(ours[static_cast<std::size_t>(y * w + x)] - mean);
+                        const auto at = static_cast<std::size_t>(y / step * (w / step) + x / step);
+                        difference += std::abs(ours[at] - mean);
                         spread += std::abs(mean - 128.0);
+                        ++values;
                     }
                 }
             }
-            const double values = w * h * 3;
             EXPECT_LT(difference / values, 1.0) << "frame " << n;
             EXPECT_GT(spread / values, 20.0) << "frame " << n;
         }
-        // The preview's element shows it as the screen takes it, a picture per frame. The
-        // corner shows the recording's plain background, where RGB is unclipped; the
-        // converter's rounding and the pixel against the block mean leave a few levels.
+        // The half and quarter pictures' luma against dvdec's averaged over 4 x 4 and 2 x 2
+        // pixels. They read only each block's own bits, so sharp type loses some contrast; but
+        // they must come closer than the DC picture does at their size, or the AC codes,
+        // zigzag, weights or quantiser steps are wrong.
+        for (const dv::Detail detail : {dv::Detail::quarter, dv::Detail::half}) {
+            const int side = static_cast<int>(detail);
+            const int cell = 8 / side;
+            const auto dc = dv::decode_small_image(frames[0], system);
+            const auto fine = dv::decode_small_image(frames[0], system, detail);
+            ASSERT_TRUE(dc && fine);
+            ASSERT_EQ(fine->width, w * side);
+            ASSERT_EQ(fine->height, h * side);
+            double dc_error = 0;
+            double fine_error = 0;
+            for (int y = 0; y < fine->height; ++y) {
+                for (int x = 0; x < fine->width; ++x) {
+                    int sum = 0;
+                    for (int dy = 0; dy < cell; ++dy) {
+                        for (int dx = 0; dx < cell; ++dx) {
+                            sum += theirs[0][static_cast<std::size_t>((y * cell + dy) * w * 8 +
+                                                                      x * cell + dx)];
+                        }
+                    }
+                    const double mean = sum / double(cell * cell);
+                    fine_error +=
+                        std::abs(fine->y[static_cast<std::size_t>(y * fine->width + x)] - mean);
+                    dc_error +=
+                        std::abs(dc->y[static_cast<std::size_t>(y / side * w + x / side)] - mean);
+                }
+            }
+            const double pixels = fine->width * fine->height;
+            EXPECT_LT(fine_error / pixels, 3.0) << side;
+            EXPECT_LT(fine_error, dc_error * 0.7) << side;
+        }
+        // The preview's element gives a picture per frame at each detail, in a layout the
+        // converter reads right: the corner shows the recording's plain background, where RGB
+        // is unclipped; the converter's rounding and the pixel against the block mean leave a
+        // few levels.
         const auto rgb = pull_buffers(decode + "RGB ! appsink name=out sync=false");
         ASSERT_FALSE(rgb.empty());
-        const auto shown =
-            pull_buffers("filesrc location=\"" + tape.string() +
-                         "\" ! dvdemux ! kestreldvdcdec ! appsink name=out sync=false");
-        ASSERT_EQ(shown.size(), frames.size());
-        ASSERT_EQ(shown[0].size(), static_cast<std::size_t>(w * h * 4));
-        for (std::size_t c = 0; c < 3; ++c) {
-            EXPECT_NEAR(shown[0][2 - c], rgb[0][c], 5);
+        for (const int side : {1, 4}) {
+            const auto shown = pull_buffers(
+                "filesrc location=\"" + tape.string() +
+                "\" ! dvdemux ! kestreldvdcdec detail=" + std::to_string(side) +
+                " ! videoconvert ! video/x-raw,format=RGB,width=" + std::to_string(w * side) +
+                ",height=" + std::to_string(h * side) + " ! appsink name=out sync=false");
+            ASSERT_EQ(shown.size(), frames.size()) << side;
+            for (std::size_t c = 0; c < 3; ++c) {
+                EXPECT_NEAR(shown[0][c], rgb[0][c], 5) << side;
+            }
         }
     }
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "dv/dv_audio.h"
-#include "dv/dv_dc_image.h"
+#include "dv/dv_small_image.h"
 #include "tests/unit/deck/deck_test_tapes.h"
 // The Windows headers come last (platform/win/win32.h says why).
 #include "platform/win/dshow_media.h"
@@ -226,7 +226,7 @@ TEST_F(DvFilters, DecoderGivesTheDcPictureBottomUp) {
             frame[at] = static_cast<std::uint8_t>(at);
         }
     }
-    const auto image = decode_dc_image(frame, DvSystem::ntsc_525_60);
+    const auto image = decode_small_image(frame, DvSystem::ntsc_525_60);
     const auto rgb = to_rgb24(*image);
 
     IBaseFilter* decoder = kc::win::make_dv_decoder();
