@@ -72,13 +72,17 @@ void fill(std::uint8_t* at, std::size_t stride, std::uint8_t value) {
     }
 }
 
-// The lowest frequencies of a luma block, turned into `side` x `side` pixels.
+// The lowest frequencies of a luma block, turned into `side` x `side` pixels, each the
+// average of the block's pixels it stands for as far as those frequencies make them.
 //
-// An 8 x 8 block in the 8-8 mode codes its coefficients in zigzag order; a coefficient's
-// quantisation step is 2 to the power of a shift that grows with its area (rows plus columns
-// 1-2, 3-5, 6-8, 9-14), the macroblock's quantiser number and the block's class; the coder
-// multiplied it by a weight before quantising. Each pixel is the average of the block's
-// pixels it stands for, as far as the low `side` x `side` coefficients make them.
+// A block codes its coefficients in a scan order of its DCT mode. An 8-8 block is one 8 x 8
+// transform, scanned in zigzag. A 2-4-8 block (a moving picture, whose two fields differ)
+// is two 4 x 8 transforms, of the sums and of the differences of each pair of lines,
+// scanned in pairs (sum, difference) along the diagonals of a 4 x 8 grid; averaging a
+// line pair leaves the sums alone. A coefficient's quantisation step is 2 to the power of a
+// shift from the macroblock's quantiser number, the block's class and the area of the scan
+// (places 1-5, 6-20, 21-42, 43-63); the coder multiplied it by a weight before quantising.
+// Scan orders, weights and steps were checked against libav's decoding of generated tapes.
 template <int side>
 class LowFrequencies {
   public:
@@ -92,37 +96,53 @@ class LowFrequencies {
                              cs(4) / cs(3),
                              cs(4) / cs(2),
                              cs(4) / cs(1)};
-        // The 8-point basis function `u` averaged over the pixels of cell `i`.
-        const int cell = 8 / side;
-        const auto basis = [cell](int i, int u) {
-            const double a = std::sqrt((u == 0 ? 1.0 : 2.0) / 8);
+        // The n-point basis function `u` averaged over the samples of cell `i` of `side`.
+        const auto basis = [](int n, int i, int u) {
+            const double a = std::sqrt((u == 0 ? 1.0 : 2.0) / n);
+            const int cell = n / side;
             double sum = 0;
-            for (int n = i * cell; n < (i + 1) * cell; ++n) {
-                sum += a * std::cos((2 * n + 1) * u * std::numbers::pi / 16);
+            for (int k = i * cell; k < (i + 1) * cell; ++k) {
+                sum += a * std::cos((2 * k + 1) * u * std::numbers::pi / (2 * n));
             }
             return sum / cell;
         };
-        for (int v = 0; v < side; ++v) {
-            for (int u = 0; u < side; ++u) {
-                for (int i = 0; i < side; ++i) {
-                    for (int j = 0; j < side; ++j) {
-                        pixels_[v][u][static_cast<std::size_t>(i * 4 + j)] =
-                            static_cast<float>(basis(i, v) * basis(j, u) / (w[v] * w[u] / 2));
-                    }
+        const auto set = [&](int mode, int index, int v, int u, bool sums) {
+            if (!sums || v >= side || u >= side) {
+                return;
+            }
+            auto& pixels = pixels_[mode][static_cast<std::size_t>(index)];
+            for (int i = 0; i < side; ++i) {
+                for (int j = 0; j < side; ++j) {
+                    // A line pair's average is half its sum; the 4-point sums carry a
+                    // square root of 2 more than an 8-point transform's coefficients.
+                    const double vertical = mode == 0 ? basis(8, i, v) / w[v]
+                                                      : basis(4, i, v) * std::sqrt(0.5) / w[2 * v];
+                    pixels[static_cast<std::size_t>(i * 4 + j)] =
+                        static_cast<float>(2 * vertical * basis(8, j, u) / w[u]);
+                }
+            }
+            shown_[mode][static_cast<std::size_t>(index)] = true;
+            last_index_[mode] = std::max(last_index_[mode], index);
+        };
+        int index = 0;
+        for (int diagonal = 0; diagonal < 15; ++diagonal) {
+            for (int k = 0; k <= diagonal; ++k) {
+                const int v = diagonal % 2 == 0 ? diagonal - k : k;
+                const int u = diagonal - v;
+                if (v < 8 && u < 8) {
+                    set(0, index++, v, u, true);
                 }
             }
         }
-        int index = 0;
-        for (int sum = 0; sum < 15; ++sum) {
-            for (int k = 0; k <= sum; ++k) {
-                const int along = sum % 2 == 0 ? sum - k : k;  // rows go up on even diagonals
-                const int v = along;
-                const int u = sum - along;
-                if (v < 8 && u < 8) {
-                    zigzag_[index++] = {static_cast<std::uint8_t>(v), static_cast<std::uint8_t>(u)};
-                    if (v < side && u < side) {
-                        last_index_ = index - 1;
-                    }
+        index = 0;
+        for (int diagonal = 0; diagonal < 11; ++diagonal) {
+            const bool down = diagonal == 1 || diagonal % 2 == 0;
+            for (int k = 0; k < 4; ++k) {
+                const int v = down ? k : 3 - k;
+                const int u = diagonal - v;
+                if (u >= 0 && u < 8) {
+                    set(1, index++, v, u, true);
+                    set(1, index++, v, u, false);
                 }
             }
         }
@@ -132,27 +152,36 @@ class LowFrequencies {
     void decode(std::span<const std::uint8_t> block, int quantiser, std::uint8_t* out,
                 std::size_t stride) const {
         const float mean = static_cast<float>(dc_of(block.data())) / 2 + 128;
-        // A 2-4-8 block (a moving picture's two fields coded apart) keeps its mean only.
-        const bool mode_248 = (block[1] >> 6) & 1;
+        // Most blocks of a plain picture end at once: their first code, in the low bits of
+        // the second byte, is the end of the block.
+        if ((block[1] & 0x0f) == 0b0110) {
+            fill<side>(out, stride,
+                       static_cast<std::uint8_t>(std::clamp(mean, 0.0f, 255.0f) + 0.5f));
+            return;
+        }
+        const int mode = (block[1] >> 6) & 1;
         std::array<AcCoefficient, 64> coefficients;
-        const int count = mode_248 ? 0 : read_own_coefficients(block, last_index_, coefficients);
+        const int count = read_own_coefficients(block, last_index_[mode], coefficients);
         // All 16 sums, whatever the side: fixed counts the compiler turns into vector code.
         std::array<float, 16> sum;
         sum.fill(mean);
         bool flat = true;
-        const Shifts shifts = shifts_for(quantiser, (block[1] >> 4) & 3);
+        const Shifts& shifts = shifts_[static_cast<std::size_t>(quantiser & 15)]
+                                      [static_cast<std::size_t>((block[1] >> 4) & 3)];
         for (int c = 0; c < count; ++c) {
             const AcCoefficient coefficient = coefficients[static_cast<std::size_t>(c)];
-            const auto [v, u] = zigzag_[coefficient.index];
-            if (v >= side || u >= side) {
+            if (!shown_[mode][coefficient.index]) {
                 continue;
             }
-            const auto value =
-                static_cast<float>(coefficient.amplitude * (1 << shifts[area_of(v, u)]));
+            const int area = coefficient.index <= 5    ? 0
+                             : coefficient.index <= 20 ? 1
+                             : coefficient.index <= 42 ? 2
+                                                       : 3;
+            const auto value = static_cast<float>(coefficient.amplitude * (1 << shifts[area]));
             flat = false;
-            const std::array<float, 16>& basis = pixels_[v][u];
+            const std::array<float, 16>& pixels = pixels_[mode][coefficient.index];
             for (std::size_t k = 0; k < 16; ++k) {
-                sum[k] += value * basis[k];
+                sum[k] += value * pixels[k];
             }
         }
         if (flat) {  // most blocks of a plain picture: no need for the arithmetic
@@ -175,33 +204,35 @@ class LowFrequencies {
   private:
     using Shifts = std::array<int, 4>;
 
-    // Measured against libav's decoder for classes 2 and 3 (class 3 quantises twice as
-    // coarsely); classes 0 and 1, finer by three and six quantiser numbers, carry no AC
-    // coefficients in any encoder at hand.
-    static Shifts shifts_for(int quantiser, int klass) {
+    // The shifts of the four areas for each quantiser number and class. Classes 2 and 3 as
+    // measured (class 3 quantises twice as coarsely); classes 0 and 1, finer by six and three
+    // quantiser numbers, carry no AC coefficients in any encoder at hand.
+    static std::array<std::array<Shifts, 4>, 16> make_shifts() {
         constexpr int class_offset[4] = {6, 3, 0, 1};
         constexpr Shifts by_index[16] = {{3, 3, 4, 4}, {3, 3, 4, 4}, {2, 3, 3, 4}, {2, 3, 3, 4},
                                          {2, 2, 3, 3}, {2, 2, 3, 3}, {1, 2, 2, 3}, {1, 2, 2, 3},
                                          {1, 1, 2, 2}, {1, 1, 2, 2}, {0, 1, 1, 2}, {0, 1, 1, 2},
                                          {0, 0, 1, 1}, {0, 0, 1, 1}, {0, 0, 0, 1}, {0, 0, 0, 0}};
-        Shifts shifts = by_index[std::min(quantiser + class_offset[klass], 15)];
-        if (klass == 3) {
-            for (int& shift : shifts) {
-                ++shift;
+        std::array<std::array<Shifts, 4>, 16> shifts{};
+        for (int quantiser = 0; quantiser < 16; ++quantiser) {
+            for (int klass = 0; klass < 4; ++klass) {
+                Shifts& these =
+                    shifts[static_cast<std::size_t>(quantiser)][static_cast<std::size_t>(klass)];
+                these = by_index[std::min(quantiser + class_offset[klass], 15)];
+                for (int& shift : these) {
+                    shift += klass == 3 ? 1 : 0;
+                }
             }
         }
         return shifts;
     }
 
-    static int area_of(int v, int u) {
-        const int sum = v + u;
-        return sum <= 2 ? 0 : sum <= 5 ? 1 : sum <= 8 ? 2 : 3;
-    }
-
-    int last_index_ = 0;
-    std::array<std::array<std::uint8_t, 2>, 64> zigzag_{};
-    // Per coefficient (v, u), what it adds to each pixel (i, j) at [i * 4 + j].
-    std::array<float, 16> pixels_[4][4] = {};
+    const std::array<std::array<Shifts, 4>, 16> shifts_ = make_shifts();
+    // Per DCT mode and scan place: whether the coefficient shows at this size, and what it
+    // adds to each pixel (i, j) at [i * 4 + j] per unit of amplitude times step.
+    std::array<std::array<bool, 64>, 2> shown_{};
+    std::array<std::array<std::array<float, 16>, 64>, 2> pixels_{};
+    std::array<int, 2> last_index_{};
 };
 
 // Every video block of `frame` into `out`, `side` pixels a side per DCT block. The side is
