@@ -1,5 +1,6 @@
 #include "dv/dv_ac_codes.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -116,18 +117,21 @@ const std::array<Entry, 1 << 10> short_lookup = make_short_lookup();
 
 int read_own_coefficients(std::span<const std::uint8_t> block, int last,
                           std::array<AcCoefficient, 64>& out) {
-    const std::size_t end = block.size() * 8;
+    // The block's bytes and two zeros, so that any 16 bits from a place inside the block can
+    // be read at once.
+    std::array<std::uint8_t, 16 + 2> bytes{};
+    const std::size_t size = std::min(block.size(), std::size_t{16});
+    std::copy_n(block.begin(), size, bytes.begin());
+    const std::size_t end = size * 8;
     std::size_t bit = 12;
     int index = 1;
     int count = 0;
     while (bit < end) {
-        // The next 16 bits, zeros past the block's end.
         const std::size_t byte = bit / 8;
-        std::uint32_t window = 0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            window = (window << 8) | (byte + i < block.size() ? block[byte + i] : 0u);
-        }
-        window = (window >> (8 - bit % 8)) & 0xffffu;
+        const std::uint32_t window = (((std::uint32_t{bytes[byte]} << 16) |
+                                       (std::uint32_t{bytes[byte + 1]} << 8) | bytes[byte + 2]) >>
+                                      (8 - bit % 8)) &
+                                     0xffffu;
         const Entry* entry = &short_lookup[window >> 6];
         if (entry->bits == longer) {
             entry = &lookup[window >> 3];

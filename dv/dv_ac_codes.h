@@ -24,7 +24,7 @@ struct AcCoefficient {
 
 // The AC coefficients that are not zero among those up to zigzag place `last`, as far as the
 // block's own bytes (after its 12 leading bits) hold them; `out` gets them in order and the
-// count is returned.
+// count is returned. A DCT block's own bytes are at most 14; more are not read.
 int read_own_coefficients(std::span<const std::uint8_t> block, int last,
                           std::array<AcCoefficient, 64>& out);
 
