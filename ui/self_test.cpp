@@ -1,5 +1,6 @@
 #include "ui/self_test.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -364,6 +365,11 @@ void SelfTestDriver::decoder_pages() {
 
 void SelfTestDriver::decoder_pages_again() {
     say_frame_size();
+    if (!test.screenshots_dir.empty()) {
+        std::string name = test.decoder_resolution;
+        std::replace(name.begin(), name.end(), ' ', '-');
+        save(main_window, test.screenshots_dir + "/main-window-" + name + host.picture_ending());
+    }
     command(main_window, IDC_OPTIONS);
     when_top(IDD_PROPERTIES, [this](WindowHandle d) {
         command(d, IDC_PROP_DV_PAGES);
