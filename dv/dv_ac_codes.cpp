@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <initializer_list>
 #include <utility>
 
 namespace kc::dv {
@@ -14,7 +16,7 @@ struct Row {
     int length;
     std::initializer_list<std::pair<int, int>> symbols;
 };
-const Row rows[] = {
+constexpr Row rows[] = {
     {2, {{0, 1}}},
     {3, {{0, 2}}},
     {4, {{-1, -1}, {1, 1}, {0, 3}, {0, 4}}},
@@ -72,7 +74,7 @@ struct Entry {
     std::int16_t amplitude = 0;
 };
 
-std::array<Entry, 1 << 13> make_lookup() {
+constexpr std::array<Entry, 1 << 13> make_lookup() {
     std::array<Entry, 1 << 13> lookup{};
     std::uint32_t code = 0;
     int length = rows[0].length;
@@ -98,12 +100,12 @@ std::array<Entry, 1 << 13> make_lookup() {
     return lookup;
 }
 
-const std::array<Entry, 1 << 13> lookup = make_lookup();
+constexpr std::array<Entry, 1 << 13> lookup = make_lookup();
 
 // Nearly all codes are 10 bits or shorter: a table of those small enough to stay in the
 // cache, with `bits` 0xff where the code is longer.
 constexpr std::uint8_t longer = 0xff;
-std::array<Entry, 1 << 10> make_short_lookup() {
+constexpr std::array<Entry, 1 << 10> make_short_lookup() {
     std::array<Entry, 1 << 10> short_lookup{};
     for (std::size_t i = 0; i < short_lookup.size(); ++i) {
         const Entry& entry = lookup[i << 3];
@@ -111,7 +113,7 @@ std::array<Entry, 1 << 10> make_short_lookup() {
     }
     return short_lookup;
 }
-const std::array<Entry, 1 << 10> short_lookup = make_short_lookup();
+constexpr std::array<Entry, 1 << 10> short_lookup = make_short_lookup();
 
 }  // namespace
 

@@ -62,11 +62,11 @@ std::array<std::array<int, 2>, 4> luma_blocks(DvSystem system, int row, int colu
 
 namespace {
 
-// `value` into `side` x `side` pixels of a plane `stride` bytes wide.
-template <int side>
+// `value` into `columns` x `rows` pixels of a plane `stride` bytes wide.
+template <int columns, int rows = columns>
 void fill(std::uint8_t* at, std::size_t stride, std::uint8_t value) {
-    for (int i = 0; i < side; ++i) {
-        for (int j = 0; j < side; ++j) {
+    for (int i = 0; i < rows; ++i) {
+        for (int j = 0; j < columns; ++j) {
             at[static_cast<std::size_t>(i) * stride + static_cast<std::size_t>(j)] = value;
         }
     }
@@ -235,12 +235,19 @@ class LowFrequencies {
     std::array<int, 2> last_index_{};
 };
 
+template <int side>
+const LowFrequencies<side>& low_frequencies() {
+    static const LowFrequencies<side> low;
+    return low;
+}
+
 // Every video block of `frame` into `out`, `side` pixels a side per DCT block. The side is
 // fixed at compile time so that the many tiny fills become plain stores.
 template <int side>
-void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const I420Planes& out) {
-    constexpr int colour_side = side > 1 ? side / 2 : 1;
-    static const LowFrequencies<side == 1 ? 2 : side> low;
+void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const YuvPlanes& out) {
+    // A block's colour: half its width (a column shared with the block beside it, of the
+    // same macroblock, on the eighth-size picture), all its height.
+    constexpr int colour_columns = side > 1 ? side / 2 : 1;
     const int sequences = sequences_per_frame(system);
     for (int i = 0; i < sequences; ++i) {
         for (int v = 0; v < video_blocks_per_sequence; ++v) {
@@ -261,15 +268,13 @@ void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const I
                 if constexpr (side == 1) {
                     *luma_out = mean_of(luma);
                 } else {
-                    low.decode({luma, 14}, block[3] & 0x0f, luma_out, out.stride[0]);
+                    low_frequencies<side>().decode({luma, 14}, block[3] & 0x0f, luma_out,
+                                                   out.stride[0]);
                 }
-                // On the eighth-size picture a colour value covers 2 x 2 blocks, which on
-                // 525-60 belong to two macroblocks: the upper one's is kept.
-                if (side == 1 && y % 2 != 0) {
-                    continue;
-                }
-                fill<colour_side>(out.plane[1] + y / 2 * out.stride[1] + x / 2, out.stride[1], cb);
-                fill<colour_side>(out.plane[2] + y / 2 * out.stride[2] + x / 2, out.stride[2], cr);
+                fill<colour_columns, side>(out.plane[1] + y * out.stride[1] + x / 2, out.stride[1],
+                                           cb);
+                fill<colour_columns, side>(out.plane[2] + y * out.stride[2] + x / 2, out.stride[2],
+                                           cr);
             }
         }
     }
@@ -278,14 +283,17 @@ void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const I
 }  // namespace
 
 bool decode_small_image(std::span<const std::uint8_t> frame, DvSystem system, Detail detail,
-                        const I420Planes& out) {
+                        const YuvPlanes& out) {
     if (frame.size() < frame_bytes(system)) {
         return false;
     }
-    const int height = small_image_height(system, detail);
+    // Mid grey where a damaged frame has no video block.
+    const auto width = static_cast<std::size_t>(small_image_width(system, detail));
     for (int p = 0; p < 3; ++p) {
-        std::fill_n(out.plane[p], out.stride[p] * static_cast<std::size_t>(p ? height / 2 : height),
-                    128);
+        for (int row = 0; row < small_image_height(system, detail); ++row) {
+            std::fill_n(out.plane[p] + static_cast<std::size_t>(row) * out.stride[p],
+                        p == 0 ? width : width / 2, 128);
+        }
     }
     switch (detail) {
         case Detail::dc:
@@ -309,10 +317,10 @@ std::optional<SmallImage> decode_small_image(std::span<const std::uint8_t> frame
     const auto width = static_cast<std::size_t>(image.width);
     const auto pixels = width * static_cast<std::size_t>(image.height);
     image.y.resize(pixels);
-    image.cb.resize(pixels / 4);
-    image.cr.resize(pixels / 4);
-    const I420Planes planes{{image.y.data(), image.cb.data(), image.cr.data()},
-                            {width, width / 2, width / 2}};
+    image.cb.resize(pixels / 2);
+    image.cr.resize(pixels / 2);
+    const YuvPlanes planes{{image.y.data(), image.cb.data(), image.cr.data()},
+                           {width, width / 2, width / 2}};
     if (!decode_small_image(frame, system, detail, planes)) {
         return std::nullopt;
     }
@@ -328,10 +336,8 @@ struct Rgb {
 Rgb rgb_of(const SmallImage& image, std::size_t i) {
     auto clamp8 = [](int v) { return static_cast<std::uint8_t>(std::clamp(v >> 16, 0, 255)); };
     const int y = 76309 * (image.y[i] - 16) + 32768;
-    const auto width = static_cast<std::size_t>(image.width);
-    const std::size_t colour = i / width / 2 * (width / 2) + i % width / 2;
-    const int cb = image.cb[colour] - 128;
-    const int cr = image.cr[colour] - 128;
+    const int cb = image.cb[i / 2] - 128;  // a colour per two pixels side by side
+    const int cr = image.cr[i / 2] - 128;
     return {clamp8(y + 104597 * cr), clamp8(y - 25675 * cb - 53279 * cr), clamp8(y + 132201 * cb)};
 }
 

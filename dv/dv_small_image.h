@@ -39,9 +39,9 @@ namespace kc::dv {
 // Pixels a side per 8 x 8 DCT block.
 enum class Detail { dc = 1, quarter = 2, half = 4 };
 
-// Studio-range Y of every pixel and Cb, Cr of every 2 x 2 pixels (4:2:0; colour is constant
-// over a macroblock, so nothing is lost but the odd 525-60 macroblock row's colour on the
-// eighth-size picture), row by row, top row first.
+// Studio-range Y of every pixel and Cb, Cr of every two pixels side by side (4:2:2: colour
+// is constant over a macroblock, which is at least two blocks wide and one high, so nothing
+// is lost), row by row, top row first.
 struct SmallImage {
     int width = 0;
     int height = 0;
@@ -57,10 +57,10 @@ constexpr int small_image_height(DvSystem system, Detail detail = Detail::dc) {
     return (system == DvSystem::pal_625_50 ? 72 : 60) * static_cast<int>(detail);
 }
 
-// Where a picture goes as planar 4:2:0 Y'CbCr, as a video pipeline scales and converts it
-// cheapest: each plane's rows `stride` bytes apart, top row first; Cb and Cr are half the
-// width and height.
-struct I420Planes {
+// Where a picture goes as planar 4:2:2 Y'CbCr, which a video pipeline scales and converts
+// cheaply: each plane's rows `stride` bytes apart, top row first; Cb and Cr are half the
+// width. Only the picture's own pixels of each row are written.
+struct YuvPlanes {
     std::uint8_t* plane[3];  // Y, Cb, Cr
     std::size_t stride[3];
 };
@@ -68,7 +68,7 @@ struct I420Planes {
 // The picture of a whole frame of `system` into `out`; false, and nothing written, when
 // `frame` is shorter. Blocks that are not video blocks (a damaged frame) leave mid grey.
 bool decode_small_image(std::span<const std::uint8_t> frame, DvSystem system, Detail detail,
-                        const I420Planes& out);
+                        const YuvPlanes& out);
 // The same into a picture of its own; empty when `frame` is shorter.
 std::optional<SmallImage> decode_small_image(std::span<const std::uint8_t> frame, DvSystem system,
                                              Detail detail = Detail::dc);

@@ -67,7 +67,7 @@ GstStaticPadTemplate dc_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
 GstStaticPadTemplate dc_src_template = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
-    GST_STATIC_CAPS("video/x-raw, format=(string)I420, width=(int)[1, 2147483647], "
+    GST_STATIC_CAPS("video/x-raw, format=(string)Y42B, width=(int)[1, 2147483647], "
                     "height=(int)[1, 2147483647], framerate=(fraction)[0/1, 2147483647/1]"));
 GstStaticPadTemplate bin_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
@@ -81,25 +81,27 @@ KcDvDcDecoder* dc_of(GstObject* parent) {
 void send_caps(KcDvDcDecoder& self, int width, int height, dv::DvSystem system) {
     const dv::FrameRate rate = dv::frame_rate(system);
     GstCaps* caps =
-        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
+        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "Y42B", "width", G_TYPE_INT,
                             width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION,
                             static_cast<int>(rate.num), static_cast<int>(rate.den), nullptr);
     if (self.par_n > 0 && self.par_d > 0) {
         gst_caps_set_simple(caps, "pixel-aspect-ratio", GST_TYPE_FRACTION, self.par_n, self.par_d,
                             nullptr);
     }
-    gst_pad_push_event(self.src, gst_event_new_caps(caps));
+    const bool sent = gst_pad_push_event(self.src, gst_event_new_caps(caps)) == TRUE;
     gst_caps_unref(caps);
-    self.width = width;
-    self.height = height;
+    // Caps not taken are sent again with the next frame.
+    self.width = sent ? width : 0;
+    self.height = sent ? height : 0;
 }
 
-// The small picture of `frame` in a new buffer; null for a frame cut short or without its
-// header (the preview shows the next whole one).
-GstBuffer* decode(KcDvDcDecoder& self, std::span<const std::uint8_t> frame) {
+// The small picture of `frame` into `out`, a new buffer. OK with no buffer for a frame cut
+// short or without its header: the preview shows the next whole one.
+GstFlowReturn decode(KcDvDcDecoder& self, std::span<const std::uint8_t> frame, GstBuffer*& out) {
+    out = nullptr;
     const std::optional<dv::DvSystem> system = dv::system_of_frame_start(frame);
     if (!system || frame.size() < dv::frame_bytes(*system)) {
-        return nullptr;
+        return GST_FLOW_OK;
     }
     const auto detail = static_cast<dv::Detail>(g_atomic_int_get(&self.detail));
     const int width = dv::small_image_width(*system, detail);
@@ -108,24 +110,25 @@ GstBuffer* decode(KcDvDcDecoder& self, std::span<const std::uint8_t> frame) {
         send_caps(self, width, height, *system);
     }
     GstVideoInfo info;
-    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
+    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_Y42B, static_cast<guint>(width),
                               static_cast<guint>(height));
-    GstBuffer* out = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&info), nullptr);
+    out = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&info), nullptr);
     GstMapInfo map;
     if (out == nullptr || !gst_buffer_map(out, &map, GST_MAP_WRITE)) {
         if (out) {
             gst_buffer_unref(out);
+            out = nullptr;
         }
-        return nullptr;
+        return GST_FLOW_ERROR;
     }
-    dv::I420Planes planes{};
+    dv::YuvPlanes planes{};
     for (int p = 0; p < 3; ++p) {
         planes.plane[p] = map.data + GST_VIDEO_INFO_PLANE_OFFSET(&info, p);
         planes.stride[p] = static_cast<std::size_t>(GST_VIDEO_INFO_PLANE_STRIDE(&info, p));
     }
     dv::decode_small_image(frame, *system, detail, planes);
     gst_buffer_unmap(out, &map);
-    return out;
+    return GST_FLOW_OK;
 }
 
 GstFlowReturn dc_chain(GstPad*, GstObject* parent, GstBuffer* in) {
@@ -135,11 +138,12 @@ GstFlowReturn dc_chain(GstPad*, GstObject* parent, GstBuffer* in) {
         gst_buffer_unref(in);
         return GST_FLOW_ERROR;
     }
-    GstBuffer* out = decode(self, {map.data, map.size});
+    GstBuffer* out = nullptr;
+    const GstFlowReturn decoded = decode(self, {map.data, map.size}, out);
     gst_buffer_unmap(in, &map);
     if (out == nullptr) {
         gst_buffer_unref(in);
-        return GST_FLOW_OK;
+        return decoded;
     }
     if (self.held_segment) {
         gst_pad_push_event(self.src, self.held_segment);
