@@ -241,13 +241,15 @@ const LowFrequencies<side>& low_frequencies() {
     return low;
 }
 
-// Every video block of `frame` into `out`, `side` pixels a side per DCT block. The side is
-// fixed at compile time so that the many tiny fills become plain stores.
-template <int side>
+// Every video block of `frame` into `out`, `side` pixels a side per DCT block and a colour
+// value per `rows_per_colour` rows. Both are fixed at compile time so that the many tiny
+// fills become plain stores.
+template <int side, int rows_per_colour>
 void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const YuvPlanes& out) {
-    // A block's colour: half its width (a column shared with the block beside it, of the
-    // same macroblock, on the eighth-size picture), all its height.
+    // A block's colour: half its width and its height over the rows per value (on the
+    // eighth-size picture a value shared with the neighbouring blocks of its macroblock).
     constexpr int colour_columns = side > 1 ? side / 2 : 1;
+    constexpr int colour_height = side > rows_per_colour ? side / rows_per_colour : 1;
     const int sequences = sequences_per_frame(system);
     for (int i = 0; i < sequences; ++i) {
         for (int v = 0; v < video_blocks_per_sequence; ++v) {
@@ -271,10 +273,11 @@ void decode_blocks(std::span<const std::uint8_t> frame, DvSystem system, const Y
                     low_frequencies<side>().decode({luma, 14}, block[3] & 0x0f, luma_out,
                                                    out.stride[0]);
                 }
-                fill<colour_columns, side>(out.plane[1] + y * out.stride[1] + x / 2, out.stride[1],
-                                           cb);
-                fill<colour_columns, side>(out.plane[2] + y * out.stride[2] + x / 2, out.stride[2],
-                                           cr);
+                const std::size_t colour_y = y / rows_per_colour;
+                fill<colour_columns, colour_height>(out.plane[1] + colour_y * out.stride[1] + x / 2,
+                                                    out.stride[1], cb);
+                fill<colour_columns, colour_height>(out.plane[2] + colour_y * out.stride[2] + x / 2,
+                                                    out.stride[2], cr);
             }
         }
     }
@@ -289,21 +292,24 @@ bool decode_small_image(std::span<const std::uint8_t> frame, DvSystem system, De
     }
     // Mid grey where a damaged frame has no video block.
     const auto width = static_cast<std::size_t>(small_image_width(system, detail));
+    const int height = small_image_height(system, detail);
     for (int p = 0; p < 3; ++p) {
-        for (int row = 0; row < small_image_height(system, detail); ++row) {
+        const int rows = p == 0 ? height : height / colour_rows(system);
+        for (int row = 0; row < rows; ++row) {
             std::fill_n(out.plane[p] + static_cast<std::size_t>(row) * out.stride[p],
                         p == 0 ? width : width / 2, 128);
         }
     }
+    const bool pal = colour_rows(system) == 2;
     switch (detail) {
         case Detail::dc:
-            decode_blocks<1>(frame, system, out);
+            pal ? decode_blocks<1, 2>(frame, system, out) : decode_blocks<1, 1>(frame, system, out);
             break;
         case Detail::quarter:
-            decode_blocks<2>(frame, system, out);
+            pal ? decode_blocks<2, 2>(frame, system, out) : decode_blocks<2, 1>(frame, system, out);
             break;
         case Detail::half:
-            decode_blocks<4>(frame, system, out);
+            pal ? decode_blocks<4, 2>(frame, system, out) : decode_blocks<4, 1>(frame, system, out);
             break;
     }
     return true;
@@ -314,11 +320,12 @@ std::optional<SmallImage> decode_small_image(std::span<const std::uint8_t> frame
     SmallImage image;
     image.width = small_image_width(system, detail);
     image.height = small_image_height(system, detail);
+    image.colour_rows = colour_rows(system);
     const auto width = static_cast<std::size_t>(image.width);
     const auto pixels = width * static_cast<std::size_t>(image.height);
     image.y.resize(pixels);
-    image.cb.resize(pixels / 2);
-    image.cr.resize(pixels / 2);
+    image.cb.resize(pixels / 2 / static_cast<std::size_t>(image.colour_rows));
+    image.cr.resize(image.cb.size());
     const YuvPlanes planes{{image.y.data(), image.cb.data(), image.cr.data()},
                            {width, width / 2, width / 2}};
     if (!decode_small_image(frame, system, detail, planes)) {
@@ -336,8 +343,11 @@ struct Rgb {
 Rgb rgb_of(const SmallImage& image, std::size_t i) {
     auto clamp8 = [](int v) { return static_cast<std::uint8_t>(std::clamp(v >> 16, 0, 255)); };
     const int y = 76309 * (image.y[i] - 16) + 32768;
-    const int cb = image.cb[i / 2] - 128;  // a colour per two pixels side by side
-    const int cr = image.cr[i / 2] - 128;
+    const auto width = static_cast<std::size_t>(image.width);
+    const std::size_t colour =
+        i / width / static_cast<std::size_t>(image.colour_rows) * (width / 2) + i % width / 2;
+    const int cb = image.cb[colour] - 128;
+    const int cr = image.cr[colour] - 128;
     return {clamp8(y + 104597 * cr), clamp8(y - 25675 * cb - 53279 * cr), clamp8(y + 132201 * cb)};
 }
 

@@ -39,12 +39,18 @@ namespace kc::dv {
 // Pixels a side per 8 x 8 DCT block.
 enum class Detail { dc = 1, quarter = 2, half = 4 };
 
-// Studio-range Y of every pixel and Cb, Cr of every two pixels side by side (4:2:2: colour
-// is constant over a macroblock, which is at least two blocks wide and one high, so nothing
-// is lost), row by row, top row first.
+// Colour is constant over a macroblock, so a small picture keeps one value per two pixels
+// side by side and, on 625-50, per two rows as well (4:2:0, as that tape samples it); a
+// 525-60 macroblock is only one block high, so there it is every row (4:2:2).
+constexpr int colour_rows(DvSystem system) {
+    return system == DvSystem::pal_625_50 ? 2 : 1;
+}
+
+// Studio-range Y of every pixel and Cb, Cr as `colour_rows` says, row by row, top row first.
 struct SmallImage {
     int width = 0;
     int height = 0;
+    int colour_rows = 1;  // rows per colour value
     std::vector<std::uint8_t> y;
     std::vector<std::uint8_t> cb;
     std::vector<std::uint8_t> cr;
@@ -57,9 +63,9 @@ constexpr int small_image_height(DvSystem system, Detail detail = Detail::dc) {
     return (system == DvSystem::pal_625_50 ? 72 : 60) * static_cast<int>(detail);
 }
 
-// Where a picture goes as planar 4:2:2 Y'CbCr, which a video pipeline scales and converts
-// cheaply: each plane's rows `stride` bytes apart, top row first; Cb and Cr are half the
-// width. Only the picture's own pixels of each row are written.
+// Where a picture goes as planar Y'CbCr, which a video pipeline scales and converts cheaply:
+// each plane's rows `stride` bytes apart, top row first; Cb and Cr are half the width, and
+// have height / `colour_rows` rows. Only the picture's own pixels of each row are written.
 struct YuvPlanes {
     std::uint8_t* plane[3];  // Y, Cb, Cr
     std::size_t stride[3];

@@ -67,7 +67,7 @@ GstStaticPadTemplate dc_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
 GstStaticPadTemplate dc_src_template = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
-    GST_STATIC_CAPS("video/x-raw, format=(string)Y42B, width=(int)[1, 2147483647], "
+    GST_STATIC_CAPS("video/x-raw, format=(string){ I420, Y42B }, width=(int)[1, 2147483647], "
                     "height=(int)[1, 2147483647], framerate=(fraction)[0/1, 2147483647/1]"));
 GstStaticPadTemplate bin_sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-dv"));
@@ -78,12 +78,17 @@ KcDvDcDecoder* dc_of(GstObject* parent) {
     return reinterpret_cast<KcDvDcDecoder*>(parent);
 }
 
+// The small picture's layout: 4:2:0 on 625-50, 4:2:2 on 525-60.
+const char* format_name(dv::DvSystem system) {
+    return dv::colour_rows(system) == 2 ? "I420" : "Y42B";
+}
+
 void send_caps(KcDvDcDecoder& self, int width, int height, dv::DvSystem system) {
     const dv::FrameRate rate = dv::frame_rate(system);
-    GstCaps* caps =
-        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "Y42B", "width", G_TYPE_INT,
-                            width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION,
-                            static_cast<int>(rate.num), static_cast<int>(rate.den), nullptr);
+    GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, format_name(system),
+                                        "width", G_TYPE_INT, width, "height", G_TYPE_INT, height,
+                                        "framerate", GST_TYPE_FRACTION, static_cast<int>(rate.num),
+                                        static_cast<int>(rate.den), nullptr);
     if (self.par_n > 0 && self.par_d > 0) {
         gst_caps_set_simple(caps, "pixel-aspect-ratio", GST_TYPE_FRACTION, self.par_n, self.par_d,
                             nullptr);
@@ -110,8 +115,8 @@ GstFlowReturn decode(KcDvDcDecoder& self, std::span<const std::uint8_t> frame, G
         send_caps(self, width, height, *system);
     }
     GstVideoInfo info;
-    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_Y42B, static_cast<guint>(width),
-                              static_cast<guint>(height));
+    gst_video_info_set_format(&info, gst_video_format_from_string(format_name(*system)),
+                              static_cast<guint>(width), static_cast<guint>(height));
     out = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&info), nullptr);
     GstMapInfo map;
     if (out == nullptr || !gst_buffer_map(out, &map, GST_MAP_WRITE)) {
