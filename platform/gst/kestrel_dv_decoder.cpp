@@ -39,9 +39,9 @@ struct KcDvDecoder {
     GstElement* picture;
     GstElement* small;
     GstPad* to_picture;
-    GstPad* to_dc;
+    GstPad* to_small;
     GstPad* from_picture;
-    GstPad* from_dc;
+    GstPad* from_small;
     bool libav;
     int resolution;  // an index into resolution_names
 };
@@ -268,14 +268,14 @@ bool set_dv_decoder_resolution(GstElement* element, const std::string& resolutio
     if (chosen == 0 && self->libav) {
         g_object_set(self->picture, "lowres", 0, nullptr);
     }
-    const bool dc = chosen != 0;
-    if (dc) {
+    const bool small = chosen != 0;
+    if (small) {
         g_object_set(self->small, "detail", block_side[chosen], nullptr);
     }
     // Where the frames go first, then whose pictures are taken: a frame already in the
     // decoder left behind is dropped, not shown after the new decoder's first.
-    g_object_set(self->route, "active-pad", dc ? self->to_dc : self->to_picture, nullptr);
-    g_object_set(self->pick, "active-pad", dc ? self->from_dc : self->from_picture, nullptr);
+    g_object_set(self->route, "active-pad", small ? self->to_small : self->to_picture, nullptr);
+    g_object_set(self->pick, "active-pad", small ? self->from_small : self->from_picture, nullptr);
     self->resolution = chosen;
     return true;
 }
@@ -347,7 +347,7 @@ static void kc_dv_dc_decoder_init(KcDvDcDecoder* self) {
 
 static void kc_dv_decoder_finalize(GObject* object) {
     auto* self = reinterpret_cast<KcDvDecoder*>(object);
-    for (GstPad* pad : {self->to_picture, self->to_dc, self->from_picture, self->from_dc}) {
+    for (GstPad* pad : {self->to_picture, self->to_small, self->from_picture, self->from_small}) {
         gst_object_unref(pad);
     }
     G_OBJECT_CLASS(kc_dv_decoder_parent_class)->finalize(object);
@@ -370,23 +370,22 @@ static void kc_dv_decoder_init(KcDvDecoder* self) {
     self->route = gst_element_factory_make("output-selector", "route");
     self->pick = gst_element_factory_make("input-selector", "pick");
     self->picture = gst_element_factory_make(self->libav ? "avdec_dvvideo" : "dvdec", "picture");
-    GstElement* dc =
+    self->small =
         static_cast<GstElement*>(g_object_new(kc_dv_dc_decoder_get_type(), "name", "dc", nullptr));
-    self->small = dc;
     // Only the decoder in use is asked what it takes; the two take the same frames but give
     // different pictures, and their pictures never meet. One streaming thread drives both
     // branches, so the idle one must never be waited for.
     gst_util_set_object_arg(G_OBJECT(self->route), "pad-negotiation-mode", "active");
     g_object_set(self->pick, "sync-streams", FALSE, nullptr);
-    gst_bin_add_many(GST_BIN(bin), self->route, self->picture, dc, self->pick, nullptr);
+    gst_bin_add_many(GST_BIN(bin), self->route, self->picture, self->small, self->pick, nullptr);
     self->to_picture = request(self->route, "src_%u");
-    self->to_dc = request(self->route, "src_%u");
+    self->to_small = request(self->route, "src_%u");
     self->from_picture = request(self->pick, "sink_%u");
-    self->from_dc = request(self->pick, "sink_%u");
+    self->from_small = request(self->pick, "sink_%u");
     link(self->to_picture, self->picture, "sink");
-    link(self->to_dc, dc, "sink");
+    link(self->to_small, self->small, "sink");
     link(self->picture, "src", self->from_picture);
-    link(dc, "src", self->from_dc);
+    link(self->small, "src", self->from_small);
     ghost(bin, self->route, "sink", &bin_sink_template);
     ghost(bin, self->pick, "src", &bin_src_template);
     g_object_set(self->route, "active-pad", self->to_picture, nullptr);

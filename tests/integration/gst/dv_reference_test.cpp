@@ -45,6 +45,41 @@ std::vector<std::vector<std::uint8_t>> pull_buffers(const std::string& descripti
     return buffers;
 }
 
+// The mean of the `cell` x `cell` pixels at (`x`, `y`) of a plane `width` pixels wide that
+// starts at `plane` in `picture`.
+double cell_mean(const std::vector<std::uint8_t>& picture, std::size_t plane, int width, int x,
+                 int y, int cell) {
+    int sum = 0;
+    for (int dy = 0; dy < cell; ++dy) {
+        for (int dx = 0; dx < cell; ++dx) {
+            sum += picture[plane + static_cast<std::size_t>((y + dy) * width + x + dx)];
+        }
+    }
+    return sum / double(cell * cell);
+}
+
+// How far the luma of `fine`, and of the DC picture `dc` at its size, lie from the full
+// picture `theirs` (`width` wide, luma first) averaged over each of `fine`'s pixels.
+struct LumaErrors {
+    double fine = 0;
+    double dc = 0;
+};
+LumaErrors luma_errors(const dv::SmallImage& fine, const dv::SmallImage& dc,
+                       const std::vector<std::uint8_t>& theirs, int width) {
+    const int cell = width / fine.width;
+    const int side = fine.width / dc.width;
+    LumaErrors errors;
+    for (int y = 0; y < fine.height; ++y) {
+        for (int x = 0; x < fine.width; ++x) {
+            const double mean = cell_mean(theirs, 0, width, x * cell, y * cell, cell);
+            errors.fine += std::abs(fine.y[static_cast<std::size_t>(y * fine.width + x)] - mean);
+            errors.dc +=
+                std::abs(dc.y[static_cast<std::size_t>(y / side * dc.width + x / side)] - mean);
+        }
+    }
+    return errors;
+}
+
 class DvReference : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -153,15 +188,7 @@ TEST_F(DvReference, SmallPicturesMatchDvdecScaledDown) {
                 ASSERT_EQ(ours.size(), static_cast<std::size_t>(w * h / step / rows));
                 for (int y = 0; y < h; y += rows) {
                     for (int x = 0; x < w; x += step) {
-                        int sum = 0;
-                        for (int dy = 0; dy < 8; ++dy) {
-                            const std::size_t row =
-                                c * plane + static_cast<std::size_t>((y * 8 + dy) * w * 8 + x * 8);
-                            for (int dx = 0; dx < 8; ++dx) {
-                                sum += theirs[n][row + static_cast<std::size_t>(dx)];
-                            }
-                        }
-                        const double mean = sum / 64.0;
+                        const double mean = cell_mean(theirs[n], c * plane, w * 8, x * 8, y * 8, 8);
                         const auto at = static_cast<std::size_t>(y / rows * (w / step) + x / step);
                         difference += std::abs(ours[at] - mean);
                         spread += std::abs(mean - 128.0);
@@ -178,33 +205,15 @@ TEST_F(DvReference, SmallPicturesMatchDvdecScaledDown) {
         // zigzag, weights or quantiser steps are wrong.
         for (const dv::Detail detail : {dv::Detail::quarter, dv::Detail::half}) {
             const int side = static_cast<int>(detail);
-            const int cell = 8 / side;
             const auto dc = dv::decode_small_image(frames[0], system);
             const auto fine = dv::decode_small_image(frames[0], system, detail);
             ASSERT_TRUE(dc && fine);
             ASSERT_EQ(fine->width, w * side);
             ASSERT_EQ(fine->height, h * side);
-            double dc_error = 0;
-            double fine_error = 0;
-            for (int y = 0; y < fine->height; ++y) {
-                for (int x = 0; x < fine->width; ++x) {
-                    int sum = 0;
-                    for (int dy = 0; dy < cell; ++dy) {
-                        for (int dx = 0; dx < cell; ++dx) {
-                            sum += theirs[0][static_cast<std::size_t>((y * cell + dy) * w * 8 +
-                                                                      x * cell + dx)];
-                        }
-                    }
-                    const double mean = sum / double(cell * cell);
-                    fine_error +=
-                        std::abs(fine->y[static_cast<std::size_t>(y * fine->width + x)] - mean);
-                    dc_error +=
-                        std::abs(dc->y[static_cast<std::size_t>(y / side * w + x / side)] - mean);
-                }
-            }
+            const LumaErrors errors = luma_errors(*fine, *dc, theirs[0], w * 8);
             const double pixels = fine->width * fine->height;
-            EXPECT_LT(fine_error / pixels, 3.0) << side;
-            EXPECT_LT(fine_error, dc_error * 0.7) << side;
+            EXPECT_LT(errors.fine / pixels, 3.0) << side;
+            EXPECT_LT(errors.fine, errors.dc * 0.7) << side;
         }
         // The preview's element gives a picture per frame at each detail, in a layout the
         // converter reads right: its RGB is our own picture's, but for the converter's coarser
@@ -275,24 +284,10 @@ TEST_F(DvReference, HalfPictureOfDifferingFieldsMatchesDvdec) {
     const auto half = dv::decode_small_image(frame, DvSystem::pal_625_50, dv::Detail::half);
     const auto dc = dv::decode_small_image(frame, DvSystem::pal_625_50);
     ASSERT_TRUE(half && dc);
-    double error = 0;
-    double dc_error = 0;
-    for (int y = 0; y < half->height; ++y) {
-        for (int x = 0; x < half->width; ++x) {
-            int sum = 0;
-            for (int dy = 0; dy < 2; ++dy) {
-                for (int dx = 0; dx < 2; ++dx) {
-                    sum += theirs[0][static_cast<std::size_t>((2 * y + dy) * width + 2 * x + dx)];
-                }
-            }
-            const double mean = sum / 4.0;
-            error += std::abs(half->y[static_cast<std::size_t>(y * half->width + x)] - mean);
-            dc_error += std::abs(dc->y[static_cast<std::size_t>(y / 4 * dc->width + x / 4)] - mean);
-        }
-    }
+    const LumaErrors errors = luma_errors(*half, *dc, theirs[0], width);
     const double pixels = half->width * half->height;
-    EXPECT_LT(error / pixels, 1.5);
-    EXPECT_LT(error, dc_error * 0.3);
+    EXPECT_LT(errors.fine / pixels, 1.5);
+    EXPECT_LT(errors.fine, errors.dc * 0.3);
 }
 
 }  // namespace
